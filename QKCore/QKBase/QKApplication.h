@@ -1,0 +1,74 @@
+#pragma once
+
+#include "QKBaseGlobal.h"
+
+#include <QApplication>
+
+#include <functional>
+#include <memory>
+
+class QKApplication;
+class QKException;
+
+/**
+ * The host's application delegate. Its invokable methods take part in action dispatch
+ * (after the application itself); isBetaVersion tells the help desk which update feed to use.
+ */
+class QKBASE_EXPORT QKApplicationDelegate : public QObject
+{
+    Q_OBJECT
+public:
+    using QObject::QObject;
+    /** True for a pre-release build; by default when the short version string holds a
+     *  lower-case letter ("3.1b2", "2.5rc1"). */
+    virtual bool isBetaVersion() const;
+};
+
+/**
+ * The application object of every host. It carries the host's identity from its bundle,
+ * owns the application's temporary folder and is the single entry point of every event:
+ * notify() offers each event to the installed event hooks first and turns exceptions that
+ * escape an event handler into a call of the exception handler instead of a crash.
+ */
+class QKBASE_EXPORT QKApplication : public QApplication
+{
+    Q_OBJECT
+public:
+    /** Sees an event before its receiver; true consumes it. */
+    using EventHook = std::function<bool(QObject *receiver, QEvent *event)>;
+    /** Called with every exception that escapes an event handler. */
+    using ExceptionHandler = std::function<void(const QKException &exception)>;
+
+    QKApplication(int &argc, char **argv);
+    ~QKApplication() override;
+
+    /** The running QKApplication; null when the application object is not one. */
+    static QKApplication *sharedApplication();
+
+    /** Display name: "CFBundleName" of the host's info dictionary, else Qt's application name. */
+    QString name() const;
+    /** Short application code: "QKApplicationCode", else "CFBundleSignature", else the name. */
+    QString code() const;
+    /** The application's own temporary folder, QDir::tempPath()/<code>; not created here. */
+    QString tempDirectory() const;
+
+    QKApplicationDelegate *delegate() const;
+    /** Sets the delegate; not owned. Null restores the built-in one. */
+    void setDelegate(QKApplicationDelegate *delegate);
+
+    /** Installs a hook that sees every event first, after those installed before it. */
+    void installEventHook(EventHook hook);
+    void setExceptionHandler(ExceptionHandler handler);
+
+    bool notify(QObject *receiver, QEvent *event) override;
+
+Q_SIGNALS:
+    /** The application is about to quit normally. */
+    void willTerminate();
+
+private:
+    void handleException(const QKException &exception);
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};

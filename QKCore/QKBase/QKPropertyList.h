@@ -1,0 +1,37 @@
+#pragma once
+
+#include "QKBaseGlobal.h"
+
+#include <QVariant>
+
+class QString;
+
+/**
+ * Reads and writes property lists (XML and binary) as QVariant trees.
+ *
+ * The mapping: dict <-> QVariantMap, array <-> QVariantList, string <-> QString,
+ * integer <-> qint64 (or quint64 above INT64_MAX), real <-> double, boolean <-> bool,
+ * date <-> QDateTime (UTC), data <-> QByteArray. Writing accepts any QVariant that converts
+ * to one of these (int, uint, float, QStringList, QVariantHash...).
+ */
+class QKBASE_EXPORT QKPropertyList
+{
+public:
+    enum class Format { Xml, Binary };
+
+    /** The property list in @p data, XML or binary; an invalid QVariant when the data is
+     *  not a property list (corrupt, truncated, empty). @p errorString says why. */
+    static QVariant fromData(const QByteArray &data, QString *errorString = nullptr);
+
+    /** @p value serialised; empty when it holds a type a property list cannot carry. */
+    static QByteArray toData(const QVariant &value, Format format = Format::Xml,
+                             QString *errorString = nullptr);
+
+    /** The property list stored at @p path; invalid when missing or unreadable. */
+    static QVariant readFile(const QString &path, QString *errorString = nullptr);
+
+    /** Writes @p value to @p path; with @p atomically the old file survives a failed write.
+     *  False (and @p errorString) when the value cannot be encoded or the file written. */
+    static bool writeFile(const QVariant &value, const QString &path, Format format = Format::Xml,
+                          bool atomically = true, QString *errorString = nullptr);
+};

@@ -1,0 +1,50 @@
+#include "QKTestEnvironment.h"
+
+#include "QKAlert.h"
+#include "QKApplication.h"
+#include "QKUserDefaults.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace {
+QString g_homePath;
+}
+
+QString QKTestEnvironment::homePath()
+{
+    return g_homePath;
+}
+
+QString QKTestEnvironment::sourcePath(const QString &relativePath)
+{
+    return QDir(QStringLiteral(QK_TESTS_SOURCE_DIR)).filePath(relativePath);
+}
+
+int main(int argc, char **argv)
+{
+    // Every test process gets a HOME of its own before anything reads the environment,
+    // so no test touches the developer's settings, logs or caches.
+    QTemporaryDir home;
+    if (!home.isValid())
+        return 2;
+    g_homePath = home.path();
+    const QByteArray homeBytes = QFile::encodeName(g_homePath);
+    setenv("HOME", homeBytes.constData(), 1);
+    setenv("XDG_CONFIG_HOME", (homeBytes + "/.config").constData(), 1);
+    setenv("XDG_DATA_HOME", (homeBytes + "/.local/share").constData(), 1);
+    setenv("XDG_CACHE_HOME", (homeBytes + "/.cache").constData(), 1);
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        setenv("QT_QPA_PLATFORM", "offscreen", 1);
+
+    ::testing::InitGoogleTest(&argc, argv);
+    QKApplication app(argc, argv);
+    // No test may ever block on a modal window; tests that expect alerts script answers.
+    QKAlert::setAnswerer([](const QKAlertRequest &) { return 0; });
+    QKFilePanels::setAnswerer([](const QKFilePanelRequest &, bool) { return QStringList(); });
+    return RUN_ALL_TESTS();
+}
