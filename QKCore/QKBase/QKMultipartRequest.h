@@ -1,0 +1,76 @@
+#pragma once
+
+#include "QKBaseGlobal.h"
+
+#include <QByteArray>
+#include <QNetworkRequest>
+#include <QVariantMap>
+
+#include <memory>
+
+class QHttpMultiPart;
+class QNetworkAccessManager;
+class QNetworkReply;
+class QObject;
+class QUrl;
+
+/**
+ * An HTTP POST of a multipart/form-data body (RFC 7578) built from a map of form fields,
+ * one part per entry, as a browser submits a form without files:
+ *
+ * @code
+ * Content-Disposition: form-data; name="<key>"
+ *
+ * <value>
+ * @endcode
+ *
+ * Keys are sent as UTF-8 with '"', CR and LF escaped as %22, %0D and %0A. Values become
+ * text: strings as UTF-8, booleans as "1" or "0", numbers as decimal text, QByteArray
+ * values byte for byte. QByteArray values are shared, never copied, so a very large value
+ * (a Base64 archive) costs its memory only once however often the form is posted. The
+ * boundary is random and chosen so that it occurs in no key and no value.
+ *
+ * The object is a small value: copy it freely. Each post() builds a fresh body, so the
+ * same request may be posted again.
+ */
+class QKBASE_EXPORT QKMultipartRequest
+{
+public:
+    /** A POST to @p url carrying the fields of @p form (in key order; order is not
+     *  meaningful to a form). */
+    static QKMultipartRequest requestWithURL(const QUrl &url, const QVariantMap &form);
+
+    /** An empty request with no URL and no fields. */
+    QKMultipartRequest();
+    QKMultipartRequest(const QKMultipartRequest &other);
+    QKMultipartRequest(QKMultipartRequest &&other) noexcept;
+    QKMultipartRequest &operator=(const QKMultipartRequest &other);
+    QKMultipartRequest &operator=(QKMultipartRequest &&other) noexcept;
+    ~QKMultipartRequest();
+
+    /** The request to send: the URL and the multipart/form-data Content-Type with its
+     *  boundary, plus any header set with setRawHeader(). */
+    QNetworkRequest networkRequest() const;
+    /** Adds or replaces a header of the request (a User-Agent, say). */
+    void setRawHeader(const QByteArray &name, const QByteArray &value);
+
+    QUrl url() const;
+    /** The boundary between the parts, without the leading dashes. */
+    QByteArray boundary() const;
+    /** The number of parts, one per form field. */
+    qsizetype fieldCount() const;
+
+    /** A new multipart body holding every field, owned by @p parent. */
+    QHttpMultiPart *multiPart(QObject *parent = nullptr) const;
+
+    /**
+     * Starts the POST on @p manager and returns its reply (owned by the manager, as any
+     * reply). The body is a child of the reply, so it lives exactly as long as needed.
+     * Returns null when @p manager is null.
+     */
+    QNetworkReply *post(QNetworkAccessManager *manager) const;
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};

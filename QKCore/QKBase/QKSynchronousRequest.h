@@ -1,0 +1,53 @@
+#pragma once
+
+#include "QKBaseGlobal.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QUrl>
+
+#include <chrono>
+
+class QKMultipartRequest;
+class QNetworkRequest;
+
+/**
+ * Sends one HTTP request and waits for the whole reply on the calling thread.
+ *
+ * Works on any thread, including a plain worker thread with no event loop of its own:
+ * each call makes its own network access manager and runs a local event loop until the
+ * reply has finished or the timeout has passed. On the main thread that loop keeps
+ * timers and sockets turning but holds back user input until the call returns.
+ * Redirects are followed unless they would go from HTTPS to HTTP.
+ *
+ * Only a transport failure is an error: a reply with status 404 or 500 is a successful
+ * exchange that returns its status and body.
+ */
+class QKBASE_EXPORT QKSynchronousRequest
+{
+public:
+    /** What one exchange produced. */
+    struct Reply
+    {
+        /** The body of the reply, also for error statuses; empty after a failure. */
+        QByteArray data;
+        /** The HTTP status of the last response; 0 when no HTTP response arrived. */
+        int statusCode = 0;
+        /** The URL that answered, after redirects. */
+        QUrl url;
+        /** Why the exchange failed (no connection, dropped, timed out); empty on success. */
+        QString errorString;
+
+        bool isSuccess() const { return errorString.isEmpty(); }
+    };
+
+    static constexpr std::chrono::milliseconds DefaultTimeout{60000};
+
+    /** Fetches @p request with GET. The exchange is abandoned after @p timeout. */
+    static Reply get(const QNetworkRequest &request,
+                     std::chrono::milliseconds timeout = DefaultTimeout);
+
+    /** Posts the form of @p request. The exchange is abandoned after @p timeout. */
+    static Reply post(const QKMultipartRequest &request,
+                      std::chrono::milliseconds timeout = DefaultTimeout);
+};
