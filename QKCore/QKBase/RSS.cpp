@@ -4,11 +4,13 @@
 #include "QKSynchronousRequest.h"
 
 #include <QDateTime>
+#include <QLocale>
 #include <QNetworkRequest>
 #include <QUrl>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
+#include <cstdlib>
 #include <utility>
 
 namespace {
@@ -104,10 +106,17 @@ QString firstNonEmpty(std::initializer_list<QString> candidates)
     return QString();
 }
 
+// The form RSS 2.0 feeds write, with the weekday ("Tue, 03 Mar 2009 18:00:00 +0000"),
+// in the date's own offset.
 QString rfc2822Date(const QString &date)
 {
     const QDateTime parsed = QDateTime::fromString(date, Qt::ISODateWithMs);
-    return parsed.isValid() ? parsed.toString(Qt::RFC2822Date) : date;
+    if (!parsed.isValid())
+        return date;
+    const int offset = parsed.offsetFromUtc() / 60;
+    const int magnitude = std::abs(offset);
+    return QLocale::c().toString(parsed, QStringLiteral("ddd, dd MMM yyyy hh:mm:ss ")) +
+           QString::asprintf("%c%02d%02d", offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60);
 }
 
 void normalize(QVariantMap &fields, const Alternates &alternates)
