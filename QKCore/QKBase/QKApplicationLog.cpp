@@ -1,6 +1,7 @@
 #include "QKApplicationLog.h"
 
 #include "QKApplication.h"
+#include "QKFile.h"
 #include "QKUserDefaults.h"
 #include "QKWorkspace.h"
 
@@ -236,11 +237,8 @@ bool QKApplicationLog::Private::openFile(QString *reason)
 {
     const QString path = logPath();
     file.setFileName(path);
-    const QString folder = QFileInfo(path).path();
-    if (!QDir().mkpath(folder)) {
-        *reason = QStringLiteral("cannot create the folder \"%1\"").arg(folder);
+    if (!QKFile::createDirectoryAtPath(QFileInfo(path).path(), reason))
         return false;
-    }
     if (!file.open(QIODevice::Append)) {
         *reason = file.errorString();
         return false;
@@ -250,27 +248,24 @@ bool QKApplicationLog::Private::openFile(QString *reason)
 
 QString QKApplicationLog::Private::write(const QString &entry)
 {
+    // A log deleted while open (to start afresh) is created again.
+    if (file.isOpen() && !QFileInfo::exists(file.fileName()))
+        file.close();
     QString reason;
-    if (!file.isOpen() && !openFile(&reason)) {
-        // A folder that cannot be written is retried with every entry, reported once.
-        if (failureReported)
-            return entry;
-        failureReported = true;
-        return QStringLiteral(
-                   "QKApplicationLog: cannot write \"%1\" (%2); entries go to stderr\n%3")
-            .arg(file.fileName(), reason, entry);
+    if (file.isOpen() || openFile(&reason)) {
+        const QByteArray bytes = entry.toUtf8() + '\n';
+        if (file.write(bytes) == bytes.size() && file.flush()) {
+            failureReported = false;
+            return QString();
+        }
+        reason = file.errorString();
+        file.close();
     }
-    const QByteArray bytes = entry.toUtf8() + '\n';
-    if (file.write(bytes) == bytes.size() && file.flush()) {
-        failureReported = false;
-        return QString();
-    }
-    reason = file.errorString();
-    file.close();
+    // An unwritable log is tried again with every entry but reported once.
     if (failureReported)
         return entry;
     failureReported = true;
-    return QStringLiteral("QKApplicationLog: writing \"%1\" failed (%2); entries go to stderr\n%3")
+    return QStringLiteral("QKApplicationLog: cannot write \"%1\" (%2); entries go to stderr\n%3")
         .arg(file.fileName(), reason, entry);
 }
 
@@ -356,13 +351,14 @@ QString QKApplicationLog::logFilePath() const
 
 bool QKApplicationLog::openLogFile() const
 {
+    // Nothing logged yet still shows an (empty) log rather than an error from the viewer.
     const QString path = logFilePath();
-    if (!QFileInfo::exists(path)) {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile empty(path);
-        if (!empty.open(QIODevice::Append))
-            qWarning().noquote() << "QKApplicationLog: cannot create" << path
-                                 << empty.errorString();
+    QString reason;
+    QFile file(path);
+    if (!QKFile::createDirectoryAtPath(QFileInfo(path).path(), &reason) ||
+        !file.open(QIODevice::Append)) {
+        qWarning().noquote() << "QKApplicationLog: cannot create" << path
+                             << (reason.isEmpty() ? file.errorString() : reason);
     }
     return QKWorkspace::openFile(path);
 }

@@ -332,6 +332,14 @@ TEST_F(QKApplicationLogTest, unwritableLogFolderSendsEntriesToStderrAndRecovers)
     EXPECT_EQ(loggedMessages(), QStringList{QStringLiteral("third")});
 }
 
+TEST_F(QKApplicationLogTest, logFileDeletedWhileOpenIsCreatedAgain)
+{
+    logAt(QKApplicationLog::Warning, QStringLiteral("HDSupport"), QStringLiteral("old"));
+    ASSERT_TRUE(QFile::remove(expectedLogPath()));
+    logAt(QKApplicationLog::Warning, QStringLiteral("HDSupport"), QStringLiteral("new"));
+    EXPECT_EQ(loggedMessages(), QStringList{QStringLiteral("new")});
+}
+
 TEST_F(QKApplicationLogTest, copiesWrittenWarningsToStderrWhenAsked)
 {
     qputenv("QK_LOG_TO_STDERR", "1");
