@@ -34,6 +34,10 @@ SoundLabInfoDialog::SoundLabInfoDialog(QWidget *parent) : QDialog(parent)
                                   ->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion"))
                                   .toString() +
                               QLatin1Char(')'));
+    addRow(tr("QKUtilities"),
+           QKBundle::libraryBundle()
+               ->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString"))
+               .toString());
     addRow(tr("Pre-release"), app->delegate()->isBetaVersion() ? tr("yes") : tr("no"));
     addRow(tr("Temporary folder"), app->tempDirectory());
     addRow(tr("Settings file"), QKUserDefaults::standardUserDefaults()->filePath());
