@@ -1,13 +1,18 @@
 #include "SoundLabWindow.h"
 
+#include "SoundLabInfoDialog.h"
+
 #include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
 #include <QKMenus.h>
 #include <QKSupportSite.h>
+#include <QKUserDefaults.h>
 #include <QKWorkspace.h>
 
 #include <QAction>
+#include <QCloseEvent>
+#include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
@@ -22,8 +27,8 @@
 
 SoundLabWindow::SoundLabWindow(QWidget *parent)
     : QMainWindow(parent), m_tracks(new QStandardItemModel(0, 3, this)),
-      m_trackTable(new QTableView), m_notes(new QPlainTextEdit),
-      m_transportLabel(new QLabel), m_playTimer(new QTimer(this))
+      m_trackTable(new QTableView), m_notes(new QPlainTextEdit), m_transportLabel(new QLabel),
+      m_playTimer(new QTimer(this))
 {
     setWindowTitle(QKApplication::sharedApplication()->name());
     m_tracks->setHorizontalHeaderLabels({tr("Track"), tr("Instrument"), tr("Volume")});
@@ -56,7 +61,28 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
         m_tracks->setData(m_tracks->index(m_tracks->rowCount() - 1, 0), QString::fromLatin1(name));
     }
     updateTransport();
-    resize(720, 480);
+    restoreFrame();
+}
+
+namespace {
+const QString FrameKey = QStringLiteral("Sound Lab Window Frame");
+}
+
+void SoundLabWindow::restoreFrame()
+{
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    defaults->registerDefaults({{FrameKey, NSStringFromRect(QRectF(80, 80, 720, 480))}});
+    const QRect frame = NSRectFromString(defaults->stringForKey(FrameKey)).toRect();
+    if (frame.width() > 100 && frame.height() > 100)
+        setGeometry(frame);
+    else
+        resize(720, 480);
+}
+
+void SoundLabWindow::closeEvent(QCloseEvent *event)
+{
+    QKUserDefaults::standardUserDefaults()->setObject(NSStringFromRect(geometry()), FrameKey);
+    QMainWindow::closeEvent(event);
 }
 
 SoundLabWindow::~SoundLabWindow() = default;
@@ -91,6 +117,10 @@ void SoundLabWindow::buildMenus()
 
     QMenu *help = bar->addMenu(tr("Help"));
     QKMenus::addItemWithTitle(help, tr("Support Site"), "showSupportSite:");
+    QKMenus::addItemWithTitle(help, tr("System Information"), "showSystemInformation:");
+    QMenu *debug = help->addMenu(tr("Debug Log"));
+    QKMenus::addItemWithTitle(debug, tr("Write Log Entry"), "writeLogEntry:");
+    QKMenus::addItemWithTitle(debug, tr("Open Debug Log"), "openDebugLog:");
 }
 
 void SoundLabWindow::newTrack(QObject *)
@@ -169,8 +199,31 @@ void SoundLabWindow::showSupportSite(QObject *)
 void SoundLabWindow::showAbout(QObject *)
 {
     QKApplication *app = QKApplication::sharedApplication();
-    QKAlert::runModal(app->name(), tr("Version %1 — a host for the QKUtilities services.")
-                                       .arg(app->applicationVersion()));
+    QKAlert::runModal(
+        app->name(),
+        tr("Version %1 — a host for the QKUtilities services.").arg(app->applicationVersion()));
+}
+
+void SoundLabWindow::showSystemInformation(QObject *)
+{
+    SoundLabInfoDialog dialog(this);
+    dialog.exec();
+}
+
+void SoundLabWindow::writeLogEntry(QObject *)
+{
+    QKApplicationLog *log = QKApplicationLog::sharedLog();
+    log->warning(QKApplicationLogContext(QStringLiteral("SoundLab"), this),
+                 tr("Test entry from the Help menu with %n track(s)", nullptr, trackCount()));
+    statusBar()->showMessage(tr("Wrote an entry to %1").arg(log->logFilePath()), 4000);
+}
+
+void SoundLabWindow::openDebugLog(QObject *)
+{
+    QKApplicationLog *log = QKApplicationLog::sharedLog();
+    if (!QFileInfo::exists(log->logFilePath()))
+        writeLogEntry(this);
+    log->openLogFile();
 }
 
 void SoundLabWindow::updateTransport()

@@ -28,13 +28,20 @@ public:
     Q_INVOKABLE void zoomOut(QObject *sender);
     Q_INVOKABLE void showSupportSite(QObject *sender);
     Q_INVOKABLE void showAbout(QObject *sender);
+    Q_INVOKABLE void showSystemInformation(QObject *sender);
+    Q_INVOKABLE void writeLogEntry(QObject *sender);
+    Q_INVOKABLE void openDebugLog(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
 
     /** The number of tracks in the session. */
     int trackCount() const;
 
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
 private:
     void buildMenus();
+    void restoreFrame();
     void updateTransport();
     void setZoom(int pointSize);
 
