@@ -13,7 +13,7 @@ struct QKBASE_EXPORT QKAlertRequest
 {
     QString message;
     QString informativeText;
-    QStringList buttons;   // empty: a single "OK"
+    QStringList buttons; // empty: a single "OK"
     QWidget *parent = nullptr;
 };
 
@@ -44,7 +44,7 @@ struct QKBASE_EXPORT QKFilePanelRequest
 {
     QString title;
     QString directory;
-    QStringList fileTypes;   // extensions without the dot; empty allows every file
+    QStringList fileTypes; // extensions without the dot; empty allows every file
     bool allowsMultipleSelection = false;
     QWidget *parent = nullptr;
 };

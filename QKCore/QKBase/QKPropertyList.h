@@ -10,7 +10,7 @@ class QString;
  * Reads and writes property lists (XML and binary) as QVariant trees.
  *
  * The mapping: dict <-> QVariantMap, array <-> QVariantList, string <-> QString,
- * integer <-> qint64 (or quint64 above INT64_MAX), real <-> double, boolean <-> bool,
+ * integer <-> qint64 (unsigned values above INT64_MAX wrap), real <-> double, boolean <-> bool,
  * date <-> QDateTime (UTC), data <-> QByteArray. Writing accepts any QVariant that converts
  * to one of these (int, uint, float, QStringList, QVariantHash...).
  */

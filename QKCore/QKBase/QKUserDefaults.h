@@ -40,13 +40,13 @@ public:
     /** True when @p key has a persistent or registered value. */
     bool hasKey(const QString &key) const;
 
-    QString stringForKey(const QString &key) const;   // empty unless a string or number
-    QByteArray dataForKey(const QString &key) const;  // empty unless data
+    QString stringForKey(const QString &key) const;  // empty unless a string or number
+    QByteArray dataForKey(const QString &key) const; // empty unless data
     QVariantList arrayForKey(const QString &key) const;
     QVariantMap dictionaryForKey(const QString &key) const;
-    bool boolForKey(const QString &key) const;        // false when missing
-    qint64 integerForKey(const QString &key) const;   // 0 when missing
-    double doubleForKey(const QString &key) const;    // 0 when missing
+    bool boolForKey(const QString &key) const;      // false when missing
+    qint64 integerForKey(const QString &key) const; // 0 when missing
+    double doubleForKey(const QString &key) const;  // 0 when missing
 
     /** Stores @p value persistently and saves; an invalid value removes the key. */
     void setObject(const QVariant &value, const QString &key);

@@ -42,6 +42,9 @@ public:
     static QString downloadDirectory();
     /** The user's own card; empty fields where the account has nothing. */
     static QKContactCard meCard();
+    /** The card a GECOS field ("Full Name,Room,Work Phone,Home Phone,Other") describes: the
+     *  full name split at its last space, the first phone given, and @p email. */
+    static QKContactCard contactCardFromGecos(const QString &gecos, const QString &email);
     /** The machine's identifier from /etc/machine-id; empty when unreadable. */
     static QString machineIdentifier();
 };

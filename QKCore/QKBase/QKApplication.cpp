@@ -1,0 +1,131 @@
+#include "QKApplication.h"
+
+#include "QKApplicationLog.h"
+#include "QKBundle.h"
+#include "QKException.h"
+
+#include <QDir>
+#include <QPointer>
+#include <QRegularExpression>
+
+#include <vector>
+
+bool QKApplicationDelegate::isBetaVersion() const
+{
+    static const QRegularExpression preRelease(QStringLiteral("[a-z]"));
+    const QString version =
+        QKBundle::mainBundle()
+            ->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString"))
+            .toString();
+    return version.contains(preRelease);
+}
+
+struct QKApplication::Private
+{
+    QKApplicationDelegate builtInDelegate;
+    QPointer<QKApplicationDelegate> delegate;
+    std::vector<EventHook> eventHooks;
+    ExceptionHandler exceptionHandler;
+};
+
+QKApplication::QKApplication(int &argc, char **argv)
+    : QApplication(argc, argv), d(std::make_unique<Private>())
+{
+    const QString version =
+        QKBundle::mainBundle()
+            ->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString"))
+            .toString();
+    if (!version.isEmpty())
+        setApplicationVersion(version);
+    connect(this, &QCoreApplication::aboutToQuit, this, &QKApplication::willTerminate);
+}
+
+QKApplication::~QKApplication() = default;
+
+QKApplication *QKApplication::sharedApplication()
+{
+    return qobject_cast<QKApplication *>(QCoreApplication::instance());
+}
+
+QString QKApplication::name() const
+{
+    const QString name = QKBundle::mainBundle()
+                             ->objectForInfoDictionaryKey(QStringLiteral("CFBundleName"))
+                             .toString();
+    return name.isEmpty() ? applicationName() : name;
+}
+
+QString QKApplication::code() const
+{
+    const QKBundle *bundle = QKBundle::mainBundle();
+    for (const char *key : {"QKApplicationCode", "CFBundleSignature"}) {
+        const QString code =
+            bundle->objectForInfoDictionaryKey(QString::fromLatin1(key)).toString();
+        if (!code.isEmpty() && code != QLatin1String("????"))
+            return code;
+    }
+    return name();
+}
+
+QString QKApplication::tempDirectory() const
+{
+    return QDir(QDir::tempPath()).filePath(code());
+}
+
+QKApplicationDelegate *QKApplication::delegate() const
+{
+    return d->delegate ? d->delegate.data() : &d->builtInDelegate;
+}
+
+void QKApplication::setDelegate(QKApplicationDelegate *delegate)
+{
+    d->delegate = delegate;
+}
+
+void QKApplication::installEventHook(EventHook hook)
+{
+    if (hook)
+        d->eventHooks.push_back(std::move(hook));
+}
+
+void QKApplication::setExceptionHandler(ExceptionHandler handler)
+{
+    d->exceptionHandler = std::move(handler);
+}
+
+bool QKApplication::notify(QObject *receiver, QEvent *event)
+{
+    // Qt cannot unwind through its event dispatch, so every exception that escapes a
+    // handler is stopped here and reported instead of terminating the host.
+    try {
+        for (const EventHook &hook : d->eventHooks) {
+            if (hook(receiver, event))
+                return true;
+        }
+        return QApplication::notify(receiver, event);
+    } catch (const QKException &exception) {
+        handleException(exception);
+    } catch (const std::exception &exception) {
+        handleException(QKException(QString::fromLocal8Bit(exception.what()), {},
+                                    QStringLiteral("std::exception")));
+    } catch (...) {
+        handleException(
+            QKException(QStringLiteral("Unknown exception"), {}, QStringLiteral("unknown")));
+    }
+    return false;
+}
+
+void QKApplication::handleException(const QKException &exception)
+{
+    if (d->exceptionHandler) {
+        try {
+            d->exceptionHandler(exception);
+        } catch (...) {
+            // A failing handler must not take the host down with it.
+        }
+        return;
+    }
+    QKApplicationLog::sharedLog()->log(QKApplicationLog::Error, nullptr,
+                                       exception.reason() + QLatin1Char('\n') +
+                                           exception.stackTrace());
+}

@@ -1,0 +1,164 @@
+#include "QKFile.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QSaveFile>
+
+namespace {
+
+void setError(QString *error, const QString &reason)
+{
+    if (error)
+        *error = reason;
+}
+
+/** Why a folder could not be made at @p path: the nearest existing item above it decides. */
+QString createFailureReason(const QString &path)
+{
+    QFileInfo info(path);
+    while (!info.exists() && !info.isSymLink()) {
+        const QString parent = info.path();
+        if (parent == info.filePath())
+            break;
+        info.setFile(parent);
+    }
+    if (info.exists() && !info.isDir())
+        return QStringLiteral("\"%1\" is not a folder").arg(info.filePath());
+    if (info.exists() && !info.isWritable())
+        return QStringLiteral("no permission to write in \"%1\"").arg(info.filePath());
+    return QStringLiteral("the folder \"%1\" could not be created").arg(path);
+}
+
+bool removeConformed(const QString &path, QString *error)
+{
+    const QFileInfo info(path);
+    if (!info.exists() && !info.isSymLink()) {
+        setError(error, QStringLiteral("\"%1\" does not exist").arg(path));
+        return false;
+    }
+    // A link to a folder is removed as a link; its target is never entered.
+    const bool removed =
+        info.isDir() && !info.isSymLink() ? QDir(path).removeRecursively() : QFile::remove(path);
+    if (!removed)
+        setError(error, QStringLiteral("\"%1\" could not be removed completely").arg(path));
+    return removed;
+}
+
+} // namespace
+
+QString QKFile::conformPath(const QString &path)
+{
+    if (path != u"~" && !path.startsWith(QStringLiteral("~/")))
+        return path;
+    QString home = qEnvironmentVariable("HOME");
+    if (home.isEmpty())
+        home = QDir::homePath();
+    return QDir::cleanPath(home + path.mid(1));
+}
+
+bool QKFile::existsAtPath(const QString &path)
+{
+    return !path.isEmpty() && QFileInfo::exists(conformPath(path));
+}
+
+bool QKFile::isDirectoryAtPath(const QString &path)
+{
+    return !path.isEmpty() && QFileInfo(conformPath(path)).isDir();
+}
+
+QStringList QKFile::contentsOfDirectoryAtPath(const QString &path, QString *error)
+{
+    const QString conformed = conformPath(path);
+    const QFileInfo info(conformed);
+    if (conformed.isEmpty() || !info.exists()) {
+        setError(error, QStringLiteral("\"%1\" does not exist").arg(conformed));
+        return {};
+    }
+    if (!info.isDir()) {
+        setError(error, QStringLiteral("\"%1\" is not a folder").arg(conformed));
+        return {};
+    }
+    if (!info.isReadable() || !info.isExecutable()) {
+        setError(error, QStringLiteral("no permission to read \"%1\"").arg(conformed));
+        return {};
+    }
+    return QDir(conformed).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+bool QKFile::createDirectoryAtPath(const QString &path, QString *error)
+{
+    const QString conformed = conformPath(path);
+    if (conformed.isEmpty()) {
+        setError(error, QStringLiteral("no folder given"));
+        return false;
+    }
+    const QFileInfo info(conformed);
+    if (info.exists() && !info.isDir()) {
+        setError(error, QStringLiteral("\"%1\" exists and is not a folder").arg(conformed));
+        return false;
+    }
+    if (QDir().mkpath(conformed))
+        return true;
+    setError(error, createFailureReason(conformed));
+    return false;
+}
+
+bool QKFile::createFileAtPath(const QString &path, const QByteArray &contents, QString *error)
+{
+    const QString conformed = conformPath(path);
+    QSaveFile file(conformed);
+    if (conformed.isEmpty() || !file.open(QIODevice::WriteOnly)) {
+        setError(
+            error,
+            QStringLiteral("\"%1\" could not be created: %2").arg(conformed, file.errorString()));
+        return false;
+    }
+    if (file.write(contents) != contents.size() || !file.commit()) {
+        setError(
+            error,
+            QStringLiteral("\"%1\" could not be written: %2").arg(conformed, file.errorString()));
+        return false;
+    }
+    return true;
+}
+
+bool QKFile::removeItemAtPath(const QString &path, QString *error)
+{
+    if (path.isEmpty()) {
+        setError(error, QStringLiteral("no item given"));
+        return false;
+    }
+    return removeConformed(conformPath(path), error);
+}
+
+bool QKFile::emptyDirectoryAtPath(const QString &path, QString *error)
+{
+    const QString conformed = conformPath(path);
+    QString listingError;
+    const QStringList names = contentsOfDirectoryAtPath(conformed, &listingError);
+    if (!listingError.isEmpty()) {
+        setError(error, listingError);
+        return false;
+    }
+    const QDir folder(conformed);
+    bool emptied = true;
+    QString firstError;
+    for (const QString &name : names) {
+        QString reason;
+        if (!removeConformed(folder.filePath(name), &reason) && emptied) {
+            emptied = false;
+            firstError = reason;
+        }
+    }
+    if (!emptied)
+        setError(error, firstError);
+    return emptied;
+}
+
+QDateTime QKFile::modificationDateOfItemAtPath(const QString &path)
+{
+    const QFileInfo info(conformPath(path));
+    return !path.isEmpty() && info.exists() ? info.lastModified() : QDateTime();
+}

@@ -1,0 +1,234 @@
+#include "SoundLabWindow.h"
+
+#include "SoundLabInfoDialog.h"
+
+#include <QKAlert.h>
+#include <QKApplication.h>
+#include <QKApplicationLog.h>
+#include <QKMenus.h>
+#include <QKSupportSite.h>
+#include <QKUserDefaults.h>
+#include <QKWorkspace.h>
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QSplitter>
+#include <QStandardItemModel>
+#include <QStatusBar>
+#include <QTableView>
+#include <QTimer>
+#include <QUrl>
+#include <QVBoxLayout>
+
+SoundLabWindow::SoundLabWindow(QWidget *parent)
+    : QMainWindow(parent), m_tracks(new QStandardItemModel(0, 3, this)),
+      m_trackTable(new QTableView), m_notes(new QPlainTextEdit), m_transportLabel(new QLabel),
+      m_playTimer(new QTimer(this))
+{
+    setWindowTitle(QKApplication::sharedApplication()->name());
+    m_tracks->setHorizontalHeaderLabels({tr("Track"), tr("Instrument"), tr("Volume")});
+    m_trackTable->setObjectName(QStringLiteral("trackTable"));
+    m_trackTable->setModel(m_tracks);
+    m_trackTable->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_trackTable->horizontalHeader()->setStretchLastSection(true);
+    m_notes->setObjectName(QStringLiteral("notes"));
+    m_notes->setPlaceholderText(tr("Session notes…"));
+    m_transportLabel->setObjectName(QStringLiteral("transport"));
+
+    auto *splitter = new QSplitter(Qt::Vertical);
+    splitter->addWidget(m_trackTable);
+    splitter->addWidget(m_notes);
+    auto *central = new QWidget;
+    auto *layout = new QVBoxLayout(central);
+    layout->addWidget(m_transportLabel);
+    layout->addWidget(splitter);
+    setCentralWidget(central);
+
+    m_playTimer->setInterval(100);
+    connect(m_playTimer, &QTimer::timeout, this, [this] {
+        m_position += 0.1;
+        updateTransport();
+    });
+
+    buildMenus();
+    for (const char *name : {"Drums", "Bass", "Keys"}) {
+        newTrack(nullptr);
+        m_tracks->setData(m_tracks->index(m_tracks->rowCount() - 1, 0), QString::fromLatin1(name));
+    }
+    updateTransport();
+    restoreFrame();
+}
+
+namespace {
+const QString FrameKey = QStringLiteral("Sound Lab Window Frame");
+}
+
+void SoundLabWindow::restoreFrame()
+{
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    defaults->registerDefaults({{FrameKey, NSStringFromRect(QRectF(80, 80, 720, 480))}});
+    const QRect frame = NSRectFromString(defaults->stringForKey(FrameKey)).toRect();
+    if (frame.width() > 100 && frame.height() > 100)
+        setGeometry(frame);
+    else
+        resize(720, 480);
+}
+
+void SoundLabWindow::closeEvent(QCloseEvent *event)
+{
+    QKUserDefaults::standardUserDefaults()->setObject(NSStringFromRect(geometry()), FrameKey);
+    QMainWindow::closeEvent(event);
+}
+
+SoundLabWindow::~SoundLabWindow() = default;
+
+void SoundLabWindow::buildMenus()
+{
+    QMenuBar *bar = menuBar();
+    const QString appName = QKApplication::sharedApplication()->name();
+
+    QMenu *appMenu = bar->addMenu(appName);
+    QKMenus::addItemWithTitle(appMenu, tr("About %1").arg(appName), "showAbout:");
+    appMenu->addSeparator();
+    QKMenus::addItemWithTitle(appMenu, tr("Quit %1").arg(appName), "quit");
+
+    QMenu *file = bar->addMenu(tr("File"));
+    QKMenus::addItemWithTitle(file, tr("New Track"), "newTrack:", QStringLiteral("T"));
+    QKMenus::addItemWithTitle(file, tr("Delete Track"), "deleteTrack:");
+
+    QMenu *edit = bar->addMenu(tr("Edit"));
+    QKMenus::addItemWithTitle(edit, tr("Undo"), "undo");
+    QKMenus::addItemWithTitle(edit, tr("Select All"), "selectAll");
+
+    QMenu *view = bar->addMenu(tr("View"));
+    QKMenus::addItemWithTitle(view, tr("Zoom In"), "zoomIn:");
+    QKMenus::addItemWithTitle(view, tr("Zoom Out"), "zoomOut:");
+    QMenu *transport = view->addMenu(tr("Transport"));
+    QKMenus::addItemWithTitle(transport, tr("Play/Stop"), "togglePlayback:");
+    QKMenus::addItemWithTitle(transport, tr("Rewind"), "rewind:");
+
+    QMenu *window = bar->addMenu(tr("Window"));
+    QKMenus::addItemWithTitle(window, tr("Minimize"), "showMinimized");
+
+    QMenu *help = bar->addMenu(tr("Help"));
+    QKMenus::addItemWithTitle(help, tr("Support Site"), "showSupportSite:");
+    QKMenus::addItemWithTitle(help, tr("System Information"), "showSystemInformation:");
+    QMenu *debug = help->addMenu(tr("Debug Log"));
+    QKMenus::addItemWithTitle(debug, tr("Write Log Entry"), "writeLogEntry:");
+    QKMenus::addItemWithTitle(debug, tr("Open Debug Log"), "openDebugLog:");
+}
+
+void SoundLabWindow::newTrack(QObject *)
+{
+    const int number = m_tracks->rowCount() + 1;
+    m_tracks->appendRow({new QStandardItem(tr("Track %1").arg(number)),
+                         new QStandardItem(tr("Sine generator")), new QStandardItem("0 dB")});
+    statusBar()->showMessage(tr("%n track(s)", nullptr, m_tracks->rowCount()));
+}
+
+void SoundLabWindow::deleteTrack(QObject *)
+{
+    const QModelIndex current = m_trackTable->currentIndex();
+    if (!current.isValid())
+        return;
+    m_tracks->removeRow(current.row());
+    statusBar()->showMessage(tr("%n track(s)", nullptr, m_tracks->rowCount()));
+}
+
+bool SoundLabWindow::validateMenuItem(QAction *item)
+{
+    if (item && item->property(QKMenus::ActionProperty).toByteArray() == "deleteTrack:")
+        return m_trackTable->currentIndex().isValid();
+    return true;
+}
+
+int SoundLabWindow::trackCount() const
+{
+    return m_tracks->rowCount();
+}
+
+void SoundLabWindow::togglePlayback(QObject *)
+{
+    m_playing = !m_playing;
+    if (m_playing)
+        m_playTimer->start();
+    else
+        m_playTimer->stop();
+    updateTransport();
+}
+
+void SoundLabWindow::rewind(QObject *)
+{
+    m_position = 0.0;
+    updateTransport();
+}
+
+void SoundLabWindow::zoomIn(QObject *)
+{
+    setZoom(m_zoom + 2);
+}
+
+void SoundLabWindow::zoomOut(QObject *)
+{
+    setZoom(m_zoom - 2);
+}
+
+void SoundLabWindow::setZoom(int pointSize)
+{
+    m_zoom = qBound(6, pointSize, 32);
+    QFont font = m_trackTable->font();
+    font.setPointSize(m_zoom);
+    m_trackTable->setFont(font);
+    statusBar()->showMessage(tr("Zoom %1 pt").arg(m_zoom), 2000);
+}
+
+void SoundLabWindow::showSupportSite(QObject *)
+{
+    const QUrl url(QKSupportSite::baseURL() + QStringLiteral("/manuals.php"));
+    QKApplicationLog::sharedLog()->info(QKApplicationLogContext(QStringLiteral("SoundLab"), this),
+                                        QStringLiteral("opening %1").arg(url.toString()));
+    if (!QKWorkspace::openURL(url))
+        QKAlert::runModal(tr("The support site could not be opened."), url.toString());
+}
+
+void SoundLabWindow::showAbout(QObject *)
+{
+    QKApplication *app = QKApplication::sharedApplication();
+    QKAlert::runModal(
+        app->name(),
+        tr("Version %1 — a host for the QKUtilities services.").arg(app->applicationVersion()));
+}
+
+void SoundLabWindow::showSystemInformation(QObject *)
+{
+    SoundLabInfoDialog dialog(this);
+    dialog.exec();
+}
+
+void SoundLabWindow::writeLogEntry(QObject *)
+{
+    QKApplicationLog *log = QKApplicationLog::sharedLog();
+    log->warning(QKApplicationLogContext(QStringLiteral("SoundLab"), this),
+                 tr("Test entry from the Help menu with %n track(s)", nullptr, trackCount()));
+    statusBar()->showMessage(tr("Wrote an entry to %1").arg(log->logFilePath()), 4000);
+}
+
+void SoundLabWindow::openDebugLog(QObject *)
+{
+    QKApplicationLog *log = QKApplicationLog::sharedLog();
+    if (!QFileInfo::exists(log->logFilePath()))
+        writeLogEntry(this);
+    log->openLogFile();
+}
+
+void SoundLabWindow::updateTransport()
+{
+    m_transportLabel->setText(tr("%1  %2 s")
+                                  .arg(m_playing ? tr("▶ Playing") : tr("■ Stopped"))
+                                  .arg(m_position, 0, 'f', 1));
+}

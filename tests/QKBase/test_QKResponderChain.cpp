@@ -1,0 +1,161 @@
+#include "QKApplication.h"
+#include "QKMenus.h"
+#include "QKResponderChain.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMenu>
+#include <QVBoxLayout>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class Responder : public QWidget
+{
+    Q_OBJECT
+public:
+    using QWidget::QWidget;
+    QStringList calls;
+    QObject *lastSender = nullptr;
+    bool allowSave = true;
+
+    Q_INVOKABLE void saveDocument(QObject *sender)
+    {
+        calls << QStringLiteral("saveDocument");
+        lastSender = sender;
+    }
+    Q_INVOKABLE void zoom(double factor) { calls << QStringLiteral("zoom %1").arg(factor); }
+    Q_INVOKABLE void refresh() { calls << QStringLiteral("refresh"); }
+    Q_INVOKABLE bool validateMenuItem(QAction *item)
+    {
+        return item->property(QKMenus::ActionProperty).toByteArray() != "saveDocument:" ||
+               allowSave;
+    }
+};
+
+class Delegate : public QKApplicationDelegate
+{
+    Q_OBJECT
+public:
+    int preferencesShown = 0;
+    Q_INVOKABLE void showPreferences(QObject *) { ++preferencesShown; }
+};
+
+// A window whose focus sits in a line edit nested inside a responder.
+struct Window
+{
+    QMainWindow main;
+    Responder *outer = new Responder;
+    Responder *inner = new Responder(outer);
+    QLineEdit *field = new QLineEdit(inner);
+
+    Window()
+    {
+        main.setCentralWidget(outer);
+        new QVBoxLayout(inner);
+        main.show();
+        QApplication::setActiveWindow(&main);
+        field->setFocus();
+        QCoreApplication::processEvents();
+    }
+};
+
+} // namespace
+
+TEST(QKResponderChain, chainRunsFromFocusUpToWindowThenApplicationAndDelegate)
+{
+    Window window;
+    const QList<QObject *> chain = QKResponderChain::responders();
+    ASSERT_GE(chain.size(), 6);
+    EXPECT_EQ(chain.at(0), window.field);
+    EXPECT_EQ(chain.at(1), window.inner);
+    EXPECT_EQ(chain.at(2), window.outer);
+    EXPECT_EQ(chain.at(3), &window.main);
+    EXPECT_EQ(chain.at(chain.size() - 2), qApp);
+    EXPECT_EQ(chain.last(), QKApplication::sharedApplication()->delegate());
+}
+
+TEST(QKResponderChain, firstResponderThatHandlesTheActionReceivesIt)
+{
+    Window window;
+    QObject sender;
+    EXPECT_EQ(QKResponderChain::targetForAction("saveDocument:"), window.inner);
+    EXPECT_TRUE(QKResponderChain::sendAction("saveDocument:", nullptr, &sender));
+    EXPECT_EQ(window.inner->calls, QStringList{QStringLiteral("saveDocument")});
+    EXPECT_EQ(window.inner->lastSender, &sender);
+    EXPECT_TRUE(window.outer->calls.isEmpty());
+
+    // An explicit target bypasses the chain.
+    EXPECT_TRUE(QKResponderChain::sendAction("refresh", window.outer, &sender));
+    EXPECT_EQ(window.outer->calls, QStringList{QStringLiteral("refresh")});
+}
+
+TEST(QKResponderChain, valueArgumentsAndUnhandledActions)
+{
+    Window window;
+    EXPECT_TRUE(QKResponderChain::sendAction("zoom:", nullptr, nullptr, 1.5));
+    EXPECT_EQ(window.inner->calls, QStringList{QStringLiteral("zoom 1.5")});
+
+    EXPECT_EQ(QKResponderChain::targetForAction("noSuchAction:"), nullptr);
+    EXPECT_FALSE(QKResponderChain::sendAction("noSuchAction:", nullptr, nullptr));
+    EXPECT_FALSE(QKResponderChain::sendAction("saveDocument:", new QObject(&window.main), nullptr));
+}
+
+TEST(QKResponderChain, delegateEndsTheChain)
+{
+    Window window;
+    Delegate delegate;
+    QKApplication::sharedApplication()->setDelegate(&delegate);
+    EXPECT_TRUE(QKResponderChain::sendAction("showPreferences:", nullptr, nullptr));
+    EXPECT_EQ(delegate.preferencesShown, 1);
+    QKApplication::sharedApplication()->setDelegate(nullptr);
+    EXPECT_FALSE(QKResponderChain::sendAction("showPreferences:", nullptr, nullptr));
+}
+
+TEST(QKResponderChain, validateMenuItemAsksTheTarget)
+{
+    Window window;
+    QAction save;
+    save.setProperty(QKMenus::ActionProperty, QByteArray("saveDocument:"));
+    bool answered = false;
+    EXPECT_TRUE(QKResponderChain::validateMenuItem(window.inner, &save, &answered));
+    EXPECT_TRUE(answered);
+    window.inner->allowSave = false;
+    EXPECT_FALSE(QKResponderChain::validateMenuItem(window.inner, &save, &answered));
+
+    QObject plain;
+    EXPECT_TRUE(QKResponderChain::validateMenuItem(&plain, &save, &answered));
+    EXPECT_FALSE(answered);
+}
+
+TEST(QKMenus, menuItemsSendTheirActionAlongTheChain)
+{
+    Window window;
+    QMenu menu;
+    QAction *item = QKMenus::addItemWithTitle(&menu, QStringLiteral("&Save"),
+                                              "saveDocument:", QStringLiteral("S"));
+    item->trigger();
+    EXPECT_EQ(window.inner->calls, QStringList{QStringLiteral("saveDocument")});
+    EXPECT_EQ(window.inner->lastSender, item);
+    // The key is shown but never bound where Qt would fire it behind the registry.
+    EXPECT_EQ(item->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_S));
+    EXPECT_EQ(item->shortcutContext(), Qt::WidgetShortcut);
+    EXPECT_EQ(QKMenus::itemWithTitle(&menu, QStringLiteral("Save")), item);
+}
+
+TEST(QKMenus, sortedInsertionKeepsTitleOrder)
+{
+    QMenu menu;
+    for (const char *title : {"Reverb", "chorus", "Delay", "&Compressor", "Amp", "zither"})
+        QKMenus::addItemSortedWithTitle(&menu, QString::fromLatin1(title), "choose:");
+    QStringList titles;
+    for (QAction *action : menu.actions())
+        titles << QKMenus::plainTitle(action->text());
+    EXPECT_EQ(titles, (QStringList{"Amp", "chorus", "Compressor", "Delay", "Reverb", "zither"}));
+    EXPECT_EQ(QKMenus::plainTitle(QStringLiteral("Rock && &Roll")), QStringLiteral("Rock & Roll"));
+}
+
+#include "test_QKResponderChain.moc"
