@@ -1,3 +1,4 @@
+#include "QKApplicationLog.h"
 #include "QKTestEnvironment.h"
 #include "QKTestHttpServer.h"
 #include "RSS.h"
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <thread>
 
@@ -135,6 +137,14 @@ TEST(RSS, unreadableFeedsGiveNoItemsAndAnError)
                      "not a feed");
     expectUnreadable(RSS(QByteArray("<rss version=\"2.0\"></rss>")), "no channel");
     expectUnreadable(RSS(appcast.left(appcast.indexOf("</item>") + 40)), "truncated");
+
+    QFile log(QKApplicationLog::sharedLog()->logFilePath());
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    const QList<QByteArray> lines = log.readAll().split('\n');
+    const auto warnings = std::count_if(lines.cbegin(), lines.cend(), [](const QByteArray &line) {
+        return line.contains("\tWarning\tRSS\t") && line.contains("Could not read the feed");
+    });
+    EXPECT_EQ(warnings, 6);
 }
 
 TEST(RSS, fetchesOnWorkerThreadWithUserAgent)
