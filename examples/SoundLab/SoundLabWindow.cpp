@@ -1,6 +1,7 @@
 #include "SoundLabWindow.h"
 
 #include "SoundLabInfoDialog.h"
+#include "SoundLabSiteDialog.h"
 
 #include <QKAlert.h>
 #include <QKApplication.h>
@@ -117,6 +118,7 @@ void SoundLabWindow::buildMenus()
 
     QMenu *help = bar->addMenu(tr("Help"));
     QKMenus::addItemWithTitle(help, tr("Support Site"), "showSupportSite:");
+    QKMenus::addItemWithTitle(help, tr("Online Manuals"), "openManuals:");
     QKMenus::addItemWithTitle(help, tr("System Information"), "showSystemInformation:");
     QMenu *debug = help->addMenu(tr("Debug Log"));
     QKMenus::addItemWithTitle(debug, tr("Write Log Entry"), "writeLogEntry:");
@@ -189,7 +191,16 @@ void SoundLabWindow::setZoom(int pointSize)
 
 void SoundLabWindow::showSupportSite(QObject *)
 {
-    const QUrl url(QKSupportSite::baseURL() + QStringLiteral("/manuals.php"));
+    SoundLabSiteDialog dialog(this);
+    dialog.exec();
+}
+
+void SoundLabWindow::openManuals(QObject *)
+{
+    QKApplication *app = QKApplication::sharedApplication();
+    const QUrl url(QStringLiteral("%1/manuals.php?appCode=%2&version=%3")
+                       .arg(QKSupportSite::baseURL(), app->code().toLower(),
+                            app->applicationVersion().left(1)));
     QKApplicationLog::sharedLog()->info(QKApplicationLogContext(QStringLiteral("SoundLab"), this),
                                         QStringLiteral("opening %1").arg(url.toString()));
     if (!QKWorkspace::openURL(url))

@@ -27,6 +27,7 @@ public:
     Q_INVOKABLE void zoomIn(QObject *sender);
     Q_INVOKABLE void zoomOut(QObject *sender);
     Q_INVOKABLE void showSupportSite(QObject *sender);
+    Q_INVOKABLE void openManuals(QObject *sender);
     Q_INVOKABLE void showAbout(QObject *sender);
     Q_INVOKABLE void showSystemInformation(QObject *sender);
     Q_INVOKABLE void writeLogEntry(QObject *sender);
