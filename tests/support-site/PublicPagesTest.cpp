@@ -4,7 +4,9 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QXmlStreamReader>
 
 #include <gtest/gtest.h>
@@ -272,4 +274,35 @@ TEST_F(PublicPages, generatedDownloadsCarryTheirLengthAndPattern)
     EXPECT_EQ(empty.status, 200);
     EXPECT_EQ(empty.contentLength, 0);
     EXPECT_EQ(get("/downloads/blob-x.bin").status, 404);
+}
+
+TEST(PublicPagesData, corruptSampleDataReadsAsAbsent)
+{
+    QTemporaryDir data;
+    const auto write = [&](const QString &relative, const QByteArray &content) {
+        QDir(data.path()).mkpath(QFileInfo(data.filePath(relative)).path());
+        QFile file(data.filePath(relative));
+        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+    };
+    ASSERT_TRUE(write("titles/slab/3/appcast.json", "{ \"title\": \"Sound Lab"));
+    ASSERT_TRUE(write("titles/slab/3/tutorials.json", "[{\"title\": 1},"));
+    ASSERT_TRUE(write("titles/slab/3/manual.json", "{\"version\": \"3.0\"}"));
+    ASSERT_TRUE(write("helpdesk/requests.json", "not json at all"));
+
+    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep, data.path());
+    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
+    const Feed feed = readFeed(
+        SiteClient::get(site.baseURL() + "/appcast.php?titleCode=slab&titleVersion=3&testing=1")
+            .body);
+    EXPECT_TRUE(feed.valid);
+    EXPECT_TRUE(feed.items.isEmpty());
+    EXPECT_EQ(SiteClient::get(site.baseURL() + "/tutorials/slab/3/index.xml").status, 404);
+    EXPECT_EQ(SiteClient::get(site.baseURL() + "/manual_version.php?appCode=slab&version=3").status,
+              404);
+
+    const SiteResponse categories =
+        SiteClient::post(site.helpDeskAPIURL(), MultipartBody().field("action", "categories"));
+    EXPECT_EQ(categories.status, 200);
+    EXPECT_TRUE(SiteXml::elements(categories.body, "category").isEmpty());
+    EXPECT_TRUE(site.isRunning());
 }

@@ -12,6 +12,11 @@ namespace {
 const QString sparkleNamespace =
     QStringLiteral("http://www.andymatuschak.org/xml-namespaces/sparkle");
 
+QString based(QString text, const QString &baseURL)
+{
+    return text.replace(QLatin1String("{{BASE}}"), baseURL);
+}
+
 /** CDATA cannot hold "]]>", so such a sequence is split across two sections. */
 void writeCData(QXmlStreamWriter &xml, const QString &text)
 {
@@ -22,18 +27,15 @@ void writeCData(QXmlStreamWriter &xml, const QString &text)
 
 void writeItem(QXmlStreamWriter &xml, const AppcastItem &item, const QString &baseURL)
 {
-    const auto based = [&](QString text) {
-        return text.replace(QLatin1String("{{BASE}}"), baseURL);
-    };
     xml.writeStartElement(QStringLiteral("item"));
     xml.writeTextElement(QStringLiteral("title"), item.title);
     xml.writeStartElement(QStringLiteral("description"));
-    writeCData(xml, based(item.notes));
+    writeCData(xml, based(item.notes, baseURL));
     xml.writeEndElement();
     if (item.published.isValid())
         xml.writeTextElement(QStringLiteral("pubDate"), SiteDates::rfc822(item.published));
     xml.writeEmptyElement(QStringLiteral("enclosure"));
-    xml.writeAttribute(QStringLiteral("url"), based(item.enclosureURL));
+    xml.writeAttribute(QStringLiteral("url"), based(item.enclosureURL, baseURL));
     xml.writeAttribute(sparkleNamespace, QStringLiteral("version"), item.version);
     xml.writeAttribute(sparkleNamespace, QStringLiteral("shortVersionString"),
                        item.shortVersionString);
@@ -47,9 +49,6 @@ void writeItem(QXmlStreamWriter &xml, const AppcastItem &item, const QString &ba
 QByteArray AppcastWriter::write(const Appcast *appcast, bool testing, const QString &baseURL,
                                 const QString &fallbackTitle)
 {
-    const auto based = [&](QString text) {
-        return text.replace(QLatin1String("{{BASE}}"), baseURL);
-    };
     QByteArray document;
     QXmlStreamWriter xml(&document);
     xml.setAutoFormatting(true);
@@ -59,7 +58,7 @@ QByteArray AppcastWriter::write(const Appcast *appcast, bool testing, const QStr
     xml.writeAttribute(QStringLiteral("version"), QStringLiteral("2.0"));
     xml.writeStartElement(QStringLiteral("channel"));
     xml.writeTextElement(QStringLiteral("title"), appcast ? appcast->title : fallbackTitle);
-    xml.writeTextElement(QStringLiteral("link"), appcast ? based(appcast->link) : baseURL);
+    xml.writeTextElement(QStringLiteral("link"), appcast ? based(appcast->link, baseURL) : baseURL);
     xml.writeTextElement(QStringLiteral("description"),
                          appcast ? appcast->description : QStringLiteral("No releases."));
     if (appcast && !appcast->language.isEmpty())

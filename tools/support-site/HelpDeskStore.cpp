@@ -88,6 +88,7 @@ struct HelpDeskStore::Private
                                       const std::optional<QString> &note, qint64 time);
     bool seed(const QJsonArray &requests);
     QList<HistoryEvent> history(qint64 requestId) const;
+    QList<StoredRequest> selectRequests(const QString &condition, const QVariantMap &bindings);
 };
 
 std::optional<qint64> HelpDeskStore::Private::insertRequest(const QJsonObject &fields, bool isOpen,
@@ -191,6 +192,33 @@ QList<HistoryEvent> HelpDeskStore::Private::history(qint64 requestId) const
         events.append(event);
     }
     return events;
+}
+
+QList<StoredRequest> HelpDeskStore::Private::selectRequests(const QString &condition,
+                                                            const QVariantMap &bindings)
+{
+    QList<StoredRequest> list;
+    QSqlQuery query(database);
+    query.prepare(QStringLiteral("SELECT xRequest, fOpen, fTrash, dtGMTOpened, sEmail, xCategory,"
+                                 " fields FROM requests WHERE %1 ORDER BY xRequest")
+                      .arg(condition));
+    for (auto it = bindings.cbegin(); it != bindings.cend(); ++it)
+        query.bindValue(it.key(), it.value());
+    if (!exec(query))
+        return list;
+    while (query.next()) {
+        StoredRequest request;
+        request.id = query.value(0).toLongLong();
+        request.isOpen = query.value(1).toInt();
+        request.isTrashed = query.value(2).toInt();
+        request.opened = query.value(3).toLongLong();
+        request.email = query.value(4).toString();
+        request.category = query.value(5).toInt();
+        request.fields = QJsonDocument::fromJson(query.value(6).toString().toUtf8()).object();
+        request.history = history(request.id);
+        list.append(request);
+    }
+    return list;
 }
 
 HelpDeskStore::HelpDeskStore() : d(std::make_unique<Private>()) {}
@@ -301,45 +329,25 @@ std::optional<qint64> HelpDeskStore::addDocument(qint64 historyId, const QString
 
 std::optional<StoredRequest> HelpDeskStore::request(qint64 requestId) const
 {
-    const QList<StoredRequest> all = requests(std::nullopt, std::nullopt);
-    for (const StoredRequest &request : all) {
-        if (request.id == requestId)
-            return request;
-    }
-    return std::nullopt;
+    const QList<StoredRequest> found =
+        d->selectRequests(QStringLiteral("xRequest = :id"), {{QStringLiteral(":id"), requestId}});
+    return found.isEmpty() ? std::nullopt : std::optional(found.first());
 }
 
 QList<StoredRequest> HelpDeskStore::requests(const std::optional<QString> &email,
                                              std::optional<bool> trashed) const
 {
-    QList<StoredRequest> list;
-    QString statement = QStringLiteral("SELECT xRequest, fOpen, fTrash, dtGMTOpened, sEmail,"
-                                       " xCategory, fields FROM requests WHERE 1");
-    if (email)
-        statement += QStringLiteral(" AND sEmail = :email");
-    if (trashed)
-        statement += QStringLiteral(" AND fTrash = :trash");
-    QSqlQuery query(d->database);
-    query.prepare(statement + QStringLiteral(" ORDER BY xRequest"));
-    if (email)
-        query.bindValue(QStringLiteral(":email"), *email);
-    if (trashed)
-        query.bindValue(QStringLiteral(":trash"), *trashed ? 1 : 0);
-    if (!d->exec(query))
-        return list;
-    while (query.next()) {
-        StoredRequest request;
-        request.id = query.value(0).toLongLong();
-        request.isOpen = query.value(1).toInt();
-        request.isTrashed = query.value(2).toInt();
-        request.opened = query.value(3).toLongLong();
-        request.email = query.value(4).toString();
-        request.category = query.value(5).toInt();
-        request.fields = QJsonDocument::fromJson(query.value(6).toString().toUtf8()).object();
-        request.history = d->history(request.id);
-        list.append(request);
+    QStringList conditions{QStringLiteral("1")};
+    QVariantMap bindings;
+    if (email) {
+        conditions.append(QStringLiteral("sEmail = :email"));
+        bindings.insert(QStringLiteral(":email"), *email);
     }
-    return list;
+    if (trashed) {
+        conditions.append(QStringLiteral("fTrash = :trash"));
+        bindings.insert(QStringLiteral(":trash"), *trashed ? 1 : 0);
+    }
+    return d->selectRequests(conditions.join(QLatin1String(" AND ")), bindings);
 }
 
 QList<StoredDocument> HelpDeskStore::documents() const

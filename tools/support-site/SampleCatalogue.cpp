@@ -10,6 +10,8 @@
 #include <QRegularExpression>
 #include <QUrl>
 
+#include <algorithm>
+
 #include <cstdio>
 
 namespace {
@@ -110,8 +112,14 @@ AppcastItem SampleCatalogue::appcastItem(const QJsonObject &object, const QStrin
         warn(QStringLiteral("appcast item \"%1\" has no valid published date").arg(item.title));
     item.beta = object.value(QLatin1String("beta")).toBool();
     const QString notes = object.value(QLatin1String("notes")).toString();
-    if (isPlainName(QFileInfo(notes).fileName()))
-        item.notes = readText(QDir(titlePath).filePath(notes));
+    const QStringList notesPath = notes.split(QLatin1Char('/'));
+    if (!notes.isEmpty()) {
+        if (std::all_of(notesPath.cbegin(), notesPath.cend(), isPlainName))
+            item.notes = readText(QDir(titlePath).filePath(notes));
+        else
+            warn(
+                QStringLiteral("appcast item \"%1\": notes lie outside its title").arg(item.title));
+    }
 
     const QString file = object.value(QLatin1String("file")).toString();
     if (!file.isEmpty()) {
