@@ -1,0 +1,84 @@
+// qk-support-site: the maker's support site on loopback, for the example host and the tests.
+
+#include "HelpDeskStore.h"
+#include "SampleCatalogue.h"
+#include "SupportSiteServer.h"
+#include "TerminationSignals.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <cstdio>
+
+namespace {
+
+QString defaultStatePath()
+{
+    QString dataHome = qEnvironmentVariable("XDG_DATA_HOME");
+    if (dataHome.isEmpty())
+        dataHome = QDir::homePath() + QStringLiteral("/.local/share");
+    return dataHome + QStringLiteral("/qk-support-site/state.sqlite");
+}
+
+int fail(const QString &message)
+{
+    std::fprintf(stderr, "qk-support-site: %s\n", qPrintable(message));
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("qk-support-site"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Serves the support site (appcasts, manuals, tutorials, help desk API) "
+                       "on 127.0.0.1."));
+    parser.addHelpOption();
+    const QCommandLineOption portOption(QStringLiteral("port"),
+                                        QStringLiteral("Port to listen on; 0 picks a free one."),
+                                        QStringLiteral("N"), QStringLiteral("0"));
+    const QCommandLineOption dataOption(
+        QStringLiteral("data"), QStringLiteral("Sample-data folder."), QStringLiteral("DIR"),
+        QStringLiteral(QK_SUPPORT_SITE_DEFAULT_DATA));
+    const QCommandLineOption stateOption(QStringLiteral("state"),
+                                         QStringLiteral("Help desk database (SQLite)."),
+                                         QStringLiteral("FILE"), defaultStatePath());
+    parser.addOptions({portOption, dataOption, stateOption});
+    parser.process(app);
+
+    bool portOk = false;
+    const uint port = parser.value(portOption).toUInt(&portOk);
+    if (!portOk || port > 65535)
+        return fail(QStringLiteral("--port needs a number from 0 to 65535"));
+    const QString dataPath = parser.value(dataOption);
+    if (!QFileInfo(dataPath).isDir())
+        return fail(QStringLiteral("no sample-data folder at %1").arg(dataPath));
+
+    const SampleCatalogue catalogue(dataPath);
+    HelpDeskStore store;
+    if (!store.open(parser.value(stateOption), catalogue.seedRequests()))
+        return fail(QStringLiteral("cannot open %1: %2")
+                        .arg(parser.value(stateOption), store.errorString()));
+
+    TerminationSignals terminationSignals;
+    QObject::connect(&terminationSignals, &TerminationSignals::terminationRequested, &app,
+                     &QCoreApplication::quit);
+
+    SupportSiteServer server(catalogue, store);
+    const quint16 listening = server.listen(QHostAddress::LocalHost, quint16(port));
+    if (listening == 0)
+        return fail(QStringLiteral("cannot listen on port %1").arg(port));
+
+    // Launchers wait for exactly this line.
+    std::printf("Listening on http://127.0.0.1:%u\n", unsigned(listening));
+    std::fflush(stdout);
+    std::fprintf(stderr, "data %s, state %s\n", qPrintable(dataPath),
+                 qPrintable(parser.value(stateOption)));
+    return app.exec();
+}
