@@ -6,6 +6,7 @@
 #include <QDebug>
 #include <QRectF>
 #include <QString>
+#include <QUrl>
 #include <QVariant>
 
 #include <ostream>
@@ -31,4 +32,9 @@ inline void PrintTo(const QRectF &value, std::ostream *out)
 {
     *out << "QRectF(" << value.x() << ", " << value.y() << ", " << value.width() << ", "
          << value.height() << ')';
+}
+
+inline void PrintTo(const QUrl &value, std::ostream *out)
+{
+    *out << value.toString().toStdString();
 }
