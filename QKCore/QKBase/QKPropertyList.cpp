@@ -198,14 +198,24 @@ QVariant dictToVariant(plist_t node, int depth, QString *error)
 QVariant arrayToVariant(plist_t node, int depth, QString *error)
 {
     QVariantList list;
-    const uint32_t count = plist_array_get_size(node);
-    list.reserve(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        QVariant converted = toVariant(plist_array_get_item(node, i), depth + 1, error);
-        if (!converted.isValid())
+    list.reserve(plist_array_get_size(node));
+    // Not plist_array_get_item: on arrays read from binary files it walks the list from the
+    // start each time, which made reading quadratic.
+    plist_array_iter iter = nullptr;
+    plist_array_new_iter(node, &iter);
+    for (;;) {
+        plist_t item = nullptr;
+        plist_array_next_item(node, iter, &item);
+        if (!item)
+            break;
+        QVariant converted = toVariant(item, depth + 1, error);
+        if (!converted.isValid()) {
+            std::free(iter);
             return QVariant();
+        }
         list.append(converted);
     }
+    std::free(iter);
     return list;
 }
 
