@@ -13,6 +13,8 @@ class QString;
  * integer <-> qint64 (unsigned values above INT64_MAX wrap), real <-> double, boolean <-> bool,
  * date <-> QDateTime (UTC), data <-> QByteArray. Writing accepts any QVariant that converts
  * to one of these (int, uint, float, QStringList, QVariantHash...).
+ *
+ * Binary lists keep dates to the millisecond; XML keeps whole seconds (rounded down).
  */
 class QKBASE_EXPORT QKPropertyList
 {

@@ -5,9 +5,12 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QLocale>
 #include <QLoggingCategory>
 #include <QMutex>
 #include <QRegularExpression>
+
+#include <cmath>
 
 Q_LOGGING_CATEGORY(lcDefaults, "qk.defaults")
 
@@ -171,7 +174,14 @@ bool QKUserDefaults::boolForKey(const QString &key) const
 
 qint64 QKUserDefaults::integerForKey(const QString &key) const
 {
-    return objectForKey(key).toLongLong();
+    const QVariant value = objectForKey(key);
+    bool isInteger = false;
+    const qint64 integer = value.toLongLong(&isInteger);
+    if (value.typeId() != QMetaType::Double && isInteger)
+        return integer;
+    // A real, or text such as "3.7", gives its integer part rather than Qt's rounding.
+    const double number = value.toDouble();
+    return std::abs(number) < 9.2e18 ? qint64(number) : 0;
 }
 
 double QKUserDefaults::doubleForKey(const QString &key) const
@@ -183,6 +193,12 @@ void QKUserDefaults::setObject(const QVariant &value, const QString &key)
 {
     if (!value.isValid()) {
         removeObjectForKey(key);
+        return;
+    }
+    // A value the file cannot hold would make every later save fail, so it is refused alone.
+    QString error;
+    if (QKPropertyList::toData(value, QKPropertyList::Format::Binary, &error).isEmpty()) {
+        qCWarning(lcDefaults).noquote() << "Not storing user default" << key << ":" << error;
         return;
     }
     QMutexLocker lock(&d->mutex);
@@ -226,11 +242,12 @@ QVariantMap QKUserDefaults::persistentDomain() const
 
 QString NSStringFromRect(const QRectF &rect)
 {
+    // The shortest text that reads back as the same number: "0.1", not "0.10000000000000001".
+    const auto number = [](double value) {
+        return QString::number(value, 'g', QLocale::FloatingPointShortest);
+    };
     return QStringLiteral("{{%1, %2}, {%3, %4}}")
-        .arg(rect.x(), 0, 'g', 17)
-        .arg(rect.y(), 0, 'g', 17)
-        .arg(rect.width(), 0, 'g', 17)
-        .arg(rect.height(), 0, 'g', 17);
+        .arg(number(rect.x()), number(rect.y()), number(rect.width()), number(rect.height()));
 }
 
 QRectF NSRectFromString(const QString &text)

@@ -45,10 +45,11 @@ public:
     QVariantList arrayForKey(const QString &key) const;
     QVariantMap dictionaryForKey(const QString &key) const;
     bool boolForKey(const QString &key) const;      // false when missing
-    qint64 integerForKey(const QString &key) const; // 0 when missing
+    qint64 integerForKey(const QString &key) const; // integer part of reals; 0 when missing
     double doubleForKey(const QString &key) const;  // 0 when missing
 
-    /** Stores @p value persistently and saves; an invalid value removes the key. */
+    /** Stores @p value persistently and saves; an invalid value removes the key. A value no
+     *  property list can hold (a QPoint) is refused and logged. */
     void setObject(const QVariant &value, const QString &key);
     void setBool(bool value, const QString &key);
     void setInteger(qint64 value, const QString &key);

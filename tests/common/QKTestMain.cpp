@@ -27,6 +27,9 @@ QString QKTestEnvironment::sourcePath(const QString &relativePath)
 
 int main(int argc, char **argv)
 {
+    // The host's resources live in this static library; nothing else would pull them in.
+    Q_INIT_RESOURCE(TestHost);
+
     // Every test process gets a HOME of its own before anything reads the environment,
     // so no test touches the developer's settings, logs or caches.
     QTemporaryDir home;
