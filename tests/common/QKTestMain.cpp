@@ -45,8 +45,6 @@ int main(int argc, char **argv)
         setenv("QT_QPA_PLATFORM", "offscreen", 1);
 
     ::testing::InitGoogleTest(&argc, argv);
-    // The test host's bundle lives in this static library, which the linker would drop.
-    Q_INIT_RESOURCE(TestHost);
     QKApplication app(argc, argv);
     // No test may ever block on a modal window; tests that expect alerts script answers.
     QKAlert::setAnswerer([](const QKAlertRequest &) { return 0; });
