@@ -27,6 +27,10 @@ using Format = QKPropertyList::Format;
 
 namespace {
 
+using QKTestEnvironment::homeFile;
+using QKTestEnvironment::readAll;
+using QKTestEnvironment::writeAll;
+
 const QDateTime referenceDate(QDate(2001, 1, 1), QTime(0, 0), QTimeZone::utc());
 
 QDateTime utc(int year, int month, int day, int hour, int minute, int second, int msec = 0)
@@ -170,23 +174,6 @@ QVariantMap sampleTree()
                                                    QVariantMap{{QStringLiteral("ünïcode & <key>"),
                                                                 QVariantList{qint64(1), true}}}}}}},
     };
-}
-
-QString homeFile(const QString &name)
-{
-    return QDir(QKTestEnvironment::homePath()).filePath(name);
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool writeAll(const QString &path, const QByteArray &data)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
 }
 
 class PropertyListFormats : public ::testing::TestWithParam<Format>

@@ -16,23 +16,9 @@
 
 namespace {
 
-QString homeFile(const QString &name)
-{
-    return QDir(QKTestEnvironment::homePath()).filePath(name);
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool writeAll(const QString &path, const QByteArray &data)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
+using QKTestEnvironment::homeFile;
+using QKTestEnvironment::readAll;
+using QKTestEnvironment::writeAll;
 
 // Collects the warnings one logging category writes while it is alive.
 class WarningCollector

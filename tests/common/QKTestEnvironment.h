@@ -11,4 +11,13 @@ QString homePath();
 /** Reads @p path relative to the tests' source folder ("QKBase/data/x.plist"). */
 QString sourcePath(const QString &relativePath);
 
+/** @p name inside the temporary home folder. */
+QString homeFile(const QString &name);
+
+/** The contents of @p path; empty when it cannot be read. */
+QByteArray readAll(const QString &path);
+
+/** Writes @p data to @p path, creating its folder; false when that fails. */
+bool writeAll(const QString &path, const QByteArray &data);
+
 } // namespace QKTestEnvironment

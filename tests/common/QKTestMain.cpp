@@ -5,6 +5,7 @@
 #include "QKUserDefaults.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -23,6 +24,24 @@ QString QKTestEnvironment::homePath()
 QString QKTestEnvironment::sourcePath(const QString &relativePath)
 {
     return QDir(QStringLiteral(QK_TESTS_SOURCE_DIR)).filePath(relativePath);
+}
+
+QString QKTestEnvironment::homeFile(const QString &name)
+{
+    return QDir(g_homePath).filePath(name);
+}
+
+QByteArray QKTestEnvironment::readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool QKTestEnvironment::writeAll(const QString &path, const QByteArray &data)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
 }
 
 int main(int argc, char **argv)
