@@ -1,9 +1,11 @@
 #include "QKApplication.h"
+#include "QKBundle.h"
 #include "QKException.h"
 #include "QKTestPrinters.h"
 
 #include <QDir>
 #include <QPointer>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -149,4 +151,24 @@ TEST(QKApplication, eventHooksSeeEventsFirstAndCanConsumeThem)
                                  QStringLiteral("first %1").arg(QEvent::User + 10),
                                  QStringLiteral("second %1").arg(QEvent::User + 10)}));
     target.clear();
+}
+
+TEST(QKApplication, normalQuitAnnouncesTermination)
+{
+    QKApplication *app = QKApplication::sharedApplication();
+    int announcements = 0;
+    QObject::connect(app, &QKApplication::willTerminate, [&announcements] { ++announcements; });
+    QTimer::singleShot(0, app, &QCoreApplication::quit);
+    EXPECT_EQ(app->exec(), 0);
+    EXPECT_EQ(announcements, 1);
+}
+
+TEST(QKBundle, libraryBundleCarriesTheLibrarysOwnResources)
+{
+    const QKBundle *library = QKBundle::libraryBundle();
+    EXPECT_EQ(library->objectForInfoDictionaryKey(QStringLiteral("CFBundleName")).toString(),
+              QStringLiteral("QKUtilities"));
+    EXPECT_FALSE(
+        library->pathForResource(QStringLiteral("Info"), QStringLiteral("plist")).isEmpty());
+    EXPECT_NE(library->infoDictionary(), QKBundle::mainBundle()->infoDictionary());
 }
