@@ -94,6 +94,9 @@ TEST(QKShortcutKey, displayStringKeepsEmptyModifierSlots)
 {
     EXPECT_EQ(QKShortcutKey(u'a', S).displayString(), glyphs({0, 0, 0x21E7, 0}, "A"));
     EXPECT_EQ(QKShortcutKey(u'a', S).displayString().size(), 5);
+    // On screen the empty slots are left out.
+    EXPECT_EQ(QKShortcutKey(u'a', S).displayText(), QStringLiteral("\u21E7A"));
+    EXPECT_EQ(QKShortcutKey(u' ', C | M).displayText(), QStringLiteral("\u2303\u2318[space]"));
     EXPECT_EQ(QKShortcutKey(u'z', M | O | S | C).displayString(),
               glyphs({0x2303, 0x2325, 0x21E7, 0x2318}, "Z"));
     EXPECT_EQ(QKShortcutKey(u'1', C | M).displayString(), glyphs({0x2303, 0, 0, 0x2318}, "1"));

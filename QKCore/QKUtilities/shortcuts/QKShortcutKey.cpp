@@ -237,6 +237,11 @@ QString QKShortcutKey::displayString() const
     return text + keyText(m_character, m_modifiers);
 }
 
+QString QKShortcutKey::displayText() const
+{
+    return displayString().remove(QChar(0));
+}
+
 QKeySequence QKShortcutKey::keySequence() const
 {
     const int key = qtKey(m_character);

@@ -69,6 +69,9 @@ public:
     /** The modifier glyphs (⌃⌥⇧⌘, each absent one as a U+0000 placeholder) followed by the key
      *  text; empty when the key is clear. */
     QString displayString() const;
+    /** displayString() as shown on screen: without the U+0000 placeholders, which Qt would
+     *  draw as boxes. */
+    QString displayText() const;
 
     /** The Qt key combination that shows this key in a menu; empty when the key is clear or
      *  has no Qt key. */

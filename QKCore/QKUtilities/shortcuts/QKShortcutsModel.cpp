@@ -140,7 +140,9 @@ QVariant QKShortcutsModel::shortcutData(const QKShortcut *shortcut, int column, 
             return shortcut->name();
         return QVariant();
     case ShortcutColumn:
-        if (role == Qt::DisplayRole || role == ObjectValueRole)
+        if (role == Qt::DisplayRole)
+            return shortcut->key()->displayText();
+        if (role == ObjectValueRole)
             return shortcut->key()->displayString();
         if (role == Qt::ForegroundRole)
             return QColor(shortcut->enabled() ? Qt::black : Qt::lightGray);

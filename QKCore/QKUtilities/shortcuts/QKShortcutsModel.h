@@ -15,7 +15,7 @@ class QKShortcutGroup;
  * keep the identifiers "enabled" (a check box; a group shows the mixed state when some of
  * its shortcuts are on and some off), "name" (the group's name, followed by " Menu" for a
  * menu group, or the shortcut's name) and "shortcut" (the key's display string, grey while
- * the shortcut is off).
+ * the shortcut is off; shown without its U+0000 placeholders, which ObjectValueRole keeps).
  *
  * The shortcuts shown are the registry's own objects, so edits made here reach the
  * registry; switching shortcuts on and off is not stored in the user defaults.
