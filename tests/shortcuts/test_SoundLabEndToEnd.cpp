@@ -3,6 +3,7 @@
 #ifdef QK_SOUNDLAB_EXECUTABLE
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
@@ -43,6 +44,17 @@ bool displayInUse(int number)
            QFileInfo::exists(QStringLiteral("/tmp/.X%1-lock").arg(number));
 }
 
+// True once the server of @p number is up and is @p server: the lock file names its owner, so
+// a server that another test started on the same number at the same moment is not taken.
+bool serverReady(int number, const QProcess &server)
+{
+    QFile lock(QStringLiteral("/tmp/.X%1-lock").arg(number));
+    if (!QFileInfo::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(number)) ||
+        !lock.open(QIODevice::ReadOnly))
+        return false;
+    return lock.readAll().trimmed().toLongLong() == server.processId();
+}
+
 // Starts Xvfb on the first free display from :90 on; the display name, or empty.
 QString startXvfb(ProcessGuard &xvfb, const QString &program)
 {
@@ -53,14 +65,13 @@ QString startXvfb(ProcessGuard &xvfb, const QString &program)
         xvfb.process->start(program, {display, "-screen", "0", "1280x800x24", "-nolisten", "tcp"});
         if (!xvfb.process->waitForStarted(5000))
             return QString();
-        const QString socket = QStringLiteral("/tmp/.X11-unix/X%1").arg(number);
-        if (QTest::qWaitFor(
-                [&] {
-                    return QFileInfo::exists(socket) ||
-                           xvfb.process->state() == QProcess::NotRunning;
-                },
-                WaitLimit) &&
-            xvfb.process->state() == QProcess::Running)
+        const bool ready = QTest::qWaitFor(
+            [&] {
+                return serverReady(number, *xvfb.process) ||
+                       xvfb.process->state() == QProcess::NotRunning;
+            },
+            WaitLimit);
+        if (ready && xvfb.process->state() == QProcess::Running)
             return display;
         // Another server took the number meanwhile; try the next one.
         xvfb.process->kill();
