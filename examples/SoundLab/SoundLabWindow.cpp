@@ -6,12 +6,14 @@
 #include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
+#include <QKKeyboardShortcuts.h>
 #include <QKMenus.h>
 #include <QKSupportSite.h>
 #include <QKUserDefaults.h>
 #include <QKWorkspace.h>
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
 #include <QFileInfo>
 #include <QHeaderView>
@@ -25,6 +27,8 @@
 #include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
+
+#include <cstdio>
 
 SoundLabWindow::SoundLabWindow(QWidget *parent)
     : QMainWindow(parent), m_tracks(new QStandardItemModel(0, 3, this)),
@@ -63,6 +67,35 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
     }
     updateTransport();
     restoreFrame();
+
+    connect(qApp, &QApplication::focusChanged, this, [](QWidget *, QWidget *now) {
+        if (now)
+            trace(QStringLiteral("focus %1").arg(now->objectName()));
+    });
+    connect(m_trackTable->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+            [](const QModelIndex &current) {
+                trace(QStringLiteral("track row %1").arg(current.row()));
+            });
+    connect(m_notes, &QPlainTextEdit::textChanged, this, [this] {
+        trace(QStringLiteral("notes %1").arg(m_notes->toPlainText().replace('\n', "\\n")));
+    });
+}
+
+void SoundLabWindow::trace(const QString &line)
+{
+    static const bool enabled = qEnvironmentVariableIsSet("SOUNDLAB_TRACE");
+    if (!enabled)
+        return;
+    std::fprintf(stderr, "trace: %s\n", line.toUtf8().constData());
+    std::fflush(stderr);
+}
+
+void SoundLabWindow::traceAction(const char *action, const QObject *sender)
+{
+    // Actions Sound Lab performs on its own (the first tracks) have no sender.
+    if (sender)
+        trace(QStringLiteral("action %1 from %2")
+                  .arg(QLatin1String(action), QLatin1String(sender->metaObject()->className())));
 }
 
 namespace {
@@ -115,6 +148,7 @@ void SoundLabWindow::buildMenus()
 
     QMenu *window = bar->addMenu(tr("Window"));
     QKMenus::addItemWithTitle(window, tr("Minimize"), "showMinimized");
+    QKMenus::addItemWithTitle(window, tr("Keyboard Shortcuts…"), "toggleKeyboardShortcuts:");
 
     QMenu *help = bar->addMenu(tr("Help"));
     QKMenus::addItemWithTitle(help, tr("Support Site"), "showSupportSite:");
@@ -125,16 +159,18 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(debug, tr("Open Debug Log"), "openDebugLog:");
 }
 
-void SoundLabWindow::newTrack(QObject *)
+void SoundLabWindow::newTrack(QObject *sender)
 {
+    traceAction("newTrack:", sender);
     const int number = m_tracks->rowCount() + 1;
     m_tracks->appendRow({new QStandardItem(tr("Track %1").arg(number)),
                          new QStandardItem(tr("Sine generator")), new QStandardItem("0 dB")});
     statusBar()->showMessage(tr("%n track(s)", nullptr, m_tracks->rowCount()));
 }
 
-void SoundLabWindow::deleteTrack(QObject *)
+void SoundLabWindow::deleteTrack(QObject *sender)
 {
+    traceAction("deleteTrack:", sender);
     const QModelIndex current = m_trackTable->currentIndex();
     if (!current.isValid())
         return;
@@ -154,8 +190,9 @@ int SoundLabWindow::trackCount() const
     return m_tracks->rowCount();
 }
 
-void SoundLabWindow::togglePlayback(QObject *)
+void SoundLabWindow::togglePlayback(QObject *sender)
 {
+    traceAction("togglePlayback:", sender);
     m_playing = !m_playing;
     if (m_playing)
         m_playTimer->start();
@@ -164,20 +201,47 @@ void SoundLabWindow::togglePlayback(QObject *)
     updateTransport();
 }
 
-void SoundLabWindow::rewind(QObject *)
+void SoundLabWindow::rewind(QObject *sender)
 {
+    traceAction("rewind:", sender);
     m_position = 0.0;
     updateTransport();
 }
 
-void SoundLabWindow::zoomIn(QObject *)
+void SoundLabWindow::zoomIn(QObject *sender)
 {
+    traceAction("zoomIn:", sender);
     setZoom(m_zoom + 2);
 }
 
-void SoundLabWindow::zoomOut(QObject *)
+void SoundLabWindow::zoomOut(QObject *sender)
 {
+    traceAction("zoomOut:", sender);
     setZoom(m_zoom - 2);
+}
+
+void SoundLabWindow::toggleKeyboardShortcuts(QObject *sender)
+{
+    traceAction("toggleKeyboardShortcuts:", sender);
+    QKKeyboardShortcuts::togglePanel();
+}
+
+void SoundLabWindow::nudgeLeft(QObject *sender)
+{
+    traceAction("nudgeLeft:", sender);
+    nudge(-1.0);
+}
+
+void SoundLabWindow::nudgeRight(QObject *sender)
+{
+    traceAction("nudgeRight:", sender);
+    nudge(1.0);
+}
+
+void SoundLabWindow::nudge(double seconds)
+{
+    m_position = qMax(0.0, m_position + seconds);
+    updateTransport();
 }
 
 void SoundLabWindow::setZoom(int pointSize)

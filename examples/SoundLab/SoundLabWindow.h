@@ -32,10 +32,17 @@ public:
     Q_INVOKABLE void showSystemInformation(QObject *sender);
     Q_INVOKABLE void writeLogEntry(QObject *sender);
     Q_INVOKABLE void openDebugLog(QObject *sender);
+    Q_INVOKABLE void toggleKeyboardShortcuts(QObject *sender);
+    Q_INVOKABLE void nudgeLeft(QObject *sender);
+    Q_INVOKABLE void nudgeRight(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
 
     /** The number of tracks in the session. */
     int trackCount() const;
+
+    /** With SOUNDLAB_TRACE set, writes "trace: <line>" to stderr, so that tests can watch
+     *  what Sound Lab does: performed actions, focus changes, the track row, the notes. */
+    static void trace(const QString &line);
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -45,6 +52,8 @@ private:
     void restoreFrame();
     void updateTransport();
     void setZoom(int pointSize);
+    void traceAction(const char *action, const QObject *sender);
+    void nudge(double seconds);
 
     QStandardItemModel *m_tracks;
     QTableView *m_trackTable;
