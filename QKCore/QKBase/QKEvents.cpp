@@ -46,8 +46,14 @@ char16_t QKEvents::characterForKey(int qtKey, const QString &text)
         return char16_t(F1FunctionKey + (qtKey - Qt::Key_F1));
     // Qt names printable keys by their (upper-case) Latin-1 code, whatever the modifiers,
     // which is the character ignoring modifiers that shortcuts compare.
+    if (qtKey >= 'A' && qtKey <= 'Z')
+        return char16_t(qtKey + 0x20);
+    // Qt names accented letters by their capital; the key itself types the small letter
+    // unless Shift is down (stored keys lower-case A to Z only, so "É" stays a capital).
+    if (qtKey >= 0xC0 && qtKey <= 0xDE && qtKey != 0xD7)
+        return char16_t(!text.isEmpty() && text.at(0).isUpper() ? qtKey : qtKey + 0x20);
     if (qtKey > 0x20 && qtKey <= 0xFF)
-        return char16_t(qtKey >= 'A' && qtKey <= 'Z' ? qtKey + 0x20 : qtKey);
+        return char16_t(qtKey);
     if (qtKey >= Qt::Key_Shift && qtKey <= Qt::Key_ScrollLock)
         return 0;
     if (!text.isEmpty() && text.at(0).unicode() >= 0x20)

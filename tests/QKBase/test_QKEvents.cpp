@@ -27,7 +27,9 @@ TEST(QKEvents, charactersIgnoreModifiersAndLowerCaseLetters)
     EXPECT_EQ(character(Qt::Key_Dollar, Qt::ShiftModifier, "$"), u'$');
     EXPECT_EQ(character(Qt::Key_Space), u' ');
     EXPECT_EQ(character(Qt::Key_Shift, Qt::ShiftModifier), 0);
-    EXPECT_EQ(character(Qt::Key_Eacute, Qt::NoModifier, QStringLiteral("é")), u'\u00C9' + 0);
+    EXPECT_EQ(character(Qt::Key_Eacute, Qt::NoModifier, QStringLiteral("é")), u'\u00E9');
+    EXPECT_EQ(character(Qt::Key_Eacute, Qt::ShiftModifier, QStringLiteral("É")), u'\u00C9');
+    EXPECT_EQ(character(Qt::Key_multiply, Qt::NoModifier, QStringLiteral("×")), u'\u00D7');
 }
 
 TEST(QKEvents, specialKeysUseTheFunctionKeyCodes)
