@@ -32,6 +32,13 @@ int s_fadeDuration = 250;
 // A year of 356 days: the line has always counted this way.
 constexpr double secondsPerYear = 30758400.0;
 
+// Widgets must be gone before the application object dismantles its widget state, and
+// post routines run first thing in its destructor.
+void destroySharedPanel()
+{
+    delete s_sharedPanel.data();
+}
+
 QKBundle *bundle()
 {
     return s_bundle ? s_bundle : QKBundle::mainBundle();
@@ -77,6 +84,7 @@ QKAboutPanel *QKAboutPanel::aboutPanel()
     if (!s_sharedPanel) {
         s_sharedPanel = new QKAboutPanel;
         s_sharedPanel->setParent(QCoreApplication::instance());
+        qAddPostRoutine(destroySharedPanel);
     }
     return s_sharedPanel;
 }

@@ -17,8 +17,17 @@
 #include <cstdlib>
 
 namespace {
+
 QPointer<QKPreferencesPanel> s_sharedInstance;
+
+// Widgets must be gone before the application object dismantles its widget state, and
+// post routines run first thing in its destructor.
+void destroySharedInstance()
+{
+    delete s_sharedInstance.data();
 }
+
+} // namespace
 
 struct QKPreferencesPanel::Private
 {
@@ -49,6 +58,7 @@ QKPreferencesPanel *QKPreferencesPanel::sharedInstance(Factory factory)
         // The panel lives as long as the application object that owns it.
         s_sharedInstance = factory();
         s_sharedInstance->setParent(QCoreApplication::instance());
+        qAddPostRoutine(destroySharedInstance);
     }
     return s_sharedInstance;
 }

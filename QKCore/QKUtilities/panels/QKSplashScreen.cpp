@@ -29,6 +29,13 @@ void installLaunchWrapper()
 }
 Q_CONSTRUCTOR_FUNCTION(installLaunchWrapper)
 
+// A splash still open when the application ends must go before the application object
+// dismantles its widget state; post routines run first thing in its destructor.
+void destroySharedSplash()
+{
+    delete s_sharedSplash;
+}
+
 QString applicationName()
 {
     const QKApplication *app = QKApplication::sharedApplication();
@@ -51,6 +58,8 @@ QKSplashScreen *QKSplashScreen::splashScreen()
     if (!s_sharedSplash) {
         s_sharedSplash = new QKSplashScreen;
         s_sharedSplash->setParent(QCoreApplication::instance());
+        qRemovePostRoutine(destroySharedSplash);
+        qAddPostRoutine(destroySharedSplash);
     }
     return s_sharedSplash;
 }
