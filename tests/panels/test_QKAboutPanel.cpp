@@ -7,8 +7,12 @@
 
 #include <QAbstractButton>
 #include <QDir>
+#include <QFile>
 #include <QGuiApplication>
 #include <QLabel>
+#include <QLibraryInfo>
+#include <QProcess>
+#include <QResource>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
@@ -134,6 +138,40 @@ TEST_F(QKAboutPanelTest, documentsOpenInTheDefaultViewerWhenPresent)
 
     panel->openAcknowledgements();
     EXPECT_EQ(m_opened.size(), 1);
+}
+
+TEST_F(QKAboutPanelTest, compiledInDocumentIsHandedToTheViewerAsAFile)
+{
+    // The host's documents usually live in its compiled resources, which no viewer can read.
+    const QString qrc = path("documents.qrc");
+    QFile list(qrc);
+    ASSERT_TRUE(list.open(QIODevice::WriteOnly));
+    list.write("<RCC><qresource prefix=\"/\"><file>Info.plist</file><file>legal.pdf</file>"
+               "</qresource></RCC>");
+    list.close();
+    const QString rcc = QDir(QLibraryInfo::path(QLibraryInfo::LibraryExecutablesPath))
+                            .filePath(QStringLiteral("rcc"));
+    ASSERT_EQ(QProcess::execute(rcc, {QStringLiteral("--binary"), qrc, QStringLiteral("-o"),
+                                      path("documents.rcc")}),
+              0);
+    ASSERT_TRUE(QResource::registerResource(path("documents.rcc"), QStringLiteral("/documents")));
+    QKBundle compiled({QStringLiteral(":/documents")});
+    QKAboutPanel::setBundle(&compiled);
+
+    QKAboutPanel::aboutPanel()->openLegal();
+    ASSERT_EQ(m_opened.size(), 1);
+    const QString opened = m_opened.first().toLocalFile();
+    EXPECT_FALSE(opened.startsWith(QLatin1Char(':')));
+    EXPECT_TRUE(opened.endsWith(QStringLiteral("/legal.pdf")));
+    QFile copy(opened);
+    ASSERT_TRUE(copy.open(QIODevice::ReadOnly));
+    QFile original(path("legal.pdf"));
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+    EXPECT_EQ(copy.readAll(), original.readAll());
+    EXPECT_TRUE(QKAboutPanel::aboutPanel()
+                    ->view()
+                    ->findChild<QAbstractButton *>(QStringLiteral("legalButton"))
+                    ->isEnabled());
 }
 
 TEST_F(QKAboutPanelTest, extraLineNeedsControlAltAndShift)

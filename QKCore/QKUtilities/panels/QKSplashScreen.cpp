@@ -157,7 +157,6 @@ void QKSplashScreen::awakeFromNib()
 {
     const QKBundle *bundle = QKBundle::mainBundle();
     d->ui.applicationNameText->setText(applicationName());
-    d->ui.versionText->setText(QStringLiteral("Version "));
     d->ui.versionText->setText(versionString(
         bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString"))
             .toString()));
