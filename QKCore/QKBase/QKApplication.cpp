@@ -115,6 +115,35 @@ bool QKApplication::notify(QObject *receiver, QEvent *event)
     return false;
 }
 
+bool QKApplication::usesSplashScreen() const
+{
+    return false;
+}
+
+namespace {
+QKApplication::LaunchWrapper &launchWrapperSlot()
+{
+    // Function-local, so a library that installs its wrapper while it is being loaded
+    // never finds the slot unconstructed.
+    static QKApplication::LaunchWrapper wrapper;
+    return wrapper;
+}
+} // namespace
+
+void QKApplication::setLaunchWrapper(LaunchWrapper wrapper)
+{
+    launchWrapperSlot() = std::move(wrapper);
+}
+
+void QKApplication::finishLaunching(const std::function<void()> &launchWork)
+{
+    const LaunchWrapper wrapper = launchWrapperSlot();
+    if (usesSplashScreen() && wrapper)
+        wrapper(launchWork ? launchWork : [] {});
+    else if (launchWork)
+        launchWork();
+}
+
 void QKApplication::handleException(const QKException &exception)
 {
     if (d->exceptionHandler) {

@@ -38,6 +38,8 @@ public:
     using EventHook = std::function<bool(QObject *receiver, QEvent *event)>;
     /** Called with every exception that escapes an event handler. */
     using ExceptionHandler = std::function<void(const QKException &exception)>;
+    /** Runs the host's launch work with something around it (the splash screen). */
+    using LaunchWrapper = std::function<void(const std::function<void()> &launchWork)>;
 
     QKApplication(int &argc, char **argv);
     ~QKApplication() override;
@@ -61,6 +63,17 @@ public:
     void setExceptionHandler(ExceptionHandler handler);
 
     bool notify(QObject *receiver, QEvent *event) override;
+
+    /** True when the host shows a splash screen while it launches; false here, a host's
+     *  subclass answers true to get one. */
+    virtual bool usesSplashScreen() const;
+    /** Runs @p launchWork, the host's start-up before its event loop. When usesSplashScreen()
+     *  is true and a launch wrapper is installed, the work runs inside that wrapper. */
+    void finishLaunching(const std::function<void()> &launchWork);
+    /** Installs the wrapper finishLaunching() uses for hosts with a splash screen. The
+     *  utilities library installs its splash screen here when it is loaded, so this
+     *  library does not depend on it. An empty wrapper removes it. */
+    static void setLaunchWrapper(LaunchWrapper wrapper);
 
 Q_SIGNALS:
     /** The application is about to quit normally. */

@@ -1,13 +1,19 @@
 #include "SoundLabWindow.h"
 
 #include "SoundLabInfoDialog.h"
+#include "SoundLabLevelMeter.h"
+#include "SoundLabPreferences.h"
+#include "SoundLabSettings.h"
+#include "SoundLabSignalGenerator.h"
 #include "SoundLabSiteDialog.h"
 
+#include <QKAboutPanel.h>
 #include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
 #include <QKKeyboardShortcuts.h>
 #include <QKMenus.h>
+#include <QKMeterController.h>
 #include <QKSupportSite.h>
 #include <QKUserDefaults.h>
 #include <QKWorkspace.h>
@@ -16,6 +22,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QFileInfo>
+#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
@@ -33,7 +40,8 @@
 SoundLabWindow::SoundLabWindow(QWidget *parent)
     : QMainWindow(parent), m_tracks(new QStandardItemModel(0, 3, this)),
       m_trackTable(new QTableView), m_notes(new QPlainTextEdit), m_transportLabel(new QLabel),
-      m_playTimer(new QTimer(this))
+      m_playTimer(new QTimer(this)), m_levelMeter(new SoundLabLevelMeter),
+      m_generator(new SoundLabSignalGenerator(2, this))
 {
     setWindowTitle(QKApplication::sharedApplication()->name());
     m_tracks->setHorizontalHeaderLabels({tr("Track"), tr("Instrument"), tr("Volume")});
@@ -50,7 +58,10 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
     splitter->addWidget(m_notes);
     auto *central = new QWidget;
     auto *layout = new QVBoxLayout(central);
-    layout->addWidget(m_transportLabel);
+    auto *transportRow = new QHBoxLayout;
+    transportRow->addWidget(m_transportLabel, 1);
+    transportRow->addWidget(m_levelMeter);
+    layout->addLayout(transportRow);
     layout->addWidget(splitter);
     setCentralWidget(central);
 
@@ -79,6 +90,12 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
     connect(m_notes, &QPlainTextEdit::textChanged, this, [this] {
         trace(QStringLiteral("notes %1").arg(m_notes->toPlainText().replace('\n', "\\n")));
     });
+    SoundLabSettings::registerDefaults();
+    connect(QKPreferencesPanel::sharedInstance<SoundLabPreferences>(),
+            &SoundLabPreferences::settingsChanged, this, &SoundLabWindow::applySettings);
+    applySettings();
+    QKMeterController::defaultController()->addMeter(m_levelMeter->meter());
+    m_generator->start();
 }
 
 void SoundLabWindow::trace(const QString &line)
@@ -119,7 +136,10 @@ void SoundLabWindow::closeEvent(QCloseEvent *event)
     QMainWindow::closeEvent(event);
 }
 
-SoundLabWindow::~SoundLabWindow() = default;
+SoundLabWindow::~SoundLabWindow()
+{
+    QKMeterController::defaultController()->removeMeter(m_levelMeter->meter().get());
+}
 
 void SoundLabWindow::buildMenus()
 {
@@ -128,6 +148,8 @@ void SoundLabWindow::buildMenus()
 
     QMenu *appMenu = bar->addMenu(appName);
     QKMenus::addItemWithTitle(appMenu, tr("About %1").arg(appName), "showAbout:");
+    appMenu->addSeparator();
+    QKMenus::addItemWithTitle(appMenu, tr("Preferences…"), "showPreferences:");
     appMenu->addSeparator();
     QKMenus::addItemWithTitle(appMenu, tr("Quit %1").arg(appName), "quit");
 
@@ -246,11 +268,27 @@ void SoundLabWindow::nudge(double seconds)
 
 void SoundLabWindow::setZoom(int pointSize)
 {
-    m_zoom = qBound(6, pointSize, 32);
+    QKUserDefaults::standardUserDefaults()->setInteger(qBound(6, pointSize, 32),
+                                                       SoundLabSettings::TrackFontSizeKey);
+    applySettings();
+    // The Tracks pane follows, whether or not the preferences are open.
+    QKPreferencesPanel::update();
+    statusBar()->showMessage(tr("Zoom %1 pt").arg(m_zoom), 2000);
+}
+
+void SoundLabWindow::applySettings()
+{
+    const QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    m_zoom = qBound(6, int(defaults->integerForKey(SoundLabSettings::TrackFontSizeKey)), 32);
     QFont font = m_trackTable->font();
     font.setPointSize(m_zoom);
     m_trackTable->setFont(font);
-    statusBar()->showMessage(tr("Zoom %1 pt").arg(m_zoom), 2000);
+
+    const QString colour = defaults->stringForKey(SoundLabSettings::MeterColourKey);
+    m_levelMeter->setColour(colour == QLatin1String("blue")    ? QColor(70, 140, 240)
+                            : colour == QLatin1String("amber") ? QColor(240, 170, 40)
+                                                               : QColor(60, 200, 90));
+    m_levelMeter->setPeakHold(defaults->boolForKey(SoundLabSettings::MeterPeakHoldKey));
 }
 
 void SoundLabWindow::showSupportSite(QObject *)
@@ -273,10 +311,12 @@ void SoundLabWindow::openManuals(QObject *)
 
 void SoundLabWindow::showAbout(QObject *)
 {
-    QKApplication *app = QKApplication::sharedApplication();
-    QKAlert::runModal(
-        app->name(),
-        tr("Version %1 — a host for the QKUtilities services.").arg(app->applicationVersion()));
+    QKAboutPanel::openPanel();
+}
+
+void SoundLabWindow::showPreferences(QObject *)
+{
+    QKPreferencesPanel::open();
 }
 
 void SoundLabWindow::showSystemInformation(QObject *)

@@ -3,6 +3,8 @@
 #include <QMainWindow>
 
 class QLabel;
+class SoundLabLevelMeter;
+class SoundLabSignalGenerator;
 class QPlainTextEdit;
 class QStandardItemModel;
 class QTableView;
@@ -29,6 +31,7 @@ public:
     Q_INVOKABLE void showSupportSite(QObject *sender);
     Q_INVOKABLE void openManuals(QObject *sender);
     Q_INVOKABLE void showAbout(QObject *sender);
+    Q_INVOKABLE void showPreferences(QObject *sender);
     Q_INVOKABLE void showSystemInformation(QObject *sender);
     Q_INVOKABLE void writeLogEntry(QObject *sender);
     Q_INVOKABLE void openDebugLog(QObject *sender);
@@ -54,12 +57,15 @@ private:
     void setZoom(int pointSize);
     void traceAction(const char *action, const QObject *sender);
     void nudge(double seconds);
+    void applySettings();
 
     QStandardItemModel *m_tracks;
     QTableView *m_trackTable;
     QPlainTextEdit *m_notes;
     QLabel *m_transportLabel;
     QTimer *m_playTimer;
+    SoundLabLevelMeter *m_levelMeter;
+    SoundLabSignalGenerator *m_generator;
     bool m_playing = false;
     double m_position = 0.0;
     int m_zoom = 10;

@@ -1,13 +1,30 @@
+#include "SoundLabApplication.h"
+#include "SoundLabSettings.h"
 #include "SoundLabWindow.h"
 
-#include <QKApplication.h>
 #include <QKKeyboardShortcuts.h>
+#include <QKSplashScreen.h>
+
+#include <QThread>
+
+#include <memory>
 
 int main(int argc, char **argv)
 {
-    QKApplication app(argc, argv);
-    SoundLabWindow window;
-    window.show();
+    SoundLabApplication app(argc, argv);
+    std::unique_ptr<SoundLabWindow> window;
+    app.finishLaunching([&window] {
+        // Sound Lab starts in no time; the pauses let the splash screen be read.
+        QKSplashScreen::setAction(QObject::tr("Reading preferences"));
+        SoundLabSettings::registerDefaults();
+        QThread::msleep(400);
+        QKSplashScreen::setAction(QObject::tr("Tuning the signal generator"));
+        QThread::msleep(400);
+        QKSplashScreen::setAction(QObject::tr("Opening the session"));
+        window = std::make_unique<SoundLabWindow>();
+        QThread::msleep(300);
+    });
+    window->show();
     // After show(): the shortcuts mirror their keys into the visible main window's menus.
     QKKeyboardShortcuts::loadShortcuts();
     SoundLabWindow::trace(QStringLiteral("ready"));

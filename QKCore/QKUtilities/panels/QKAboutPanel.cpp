@@ -1,0 +1,258 @@
+#include "QKAboutPanel.h"
+
+#include "QKAboutPanelContentView.h"
+#include "QKSplashScreen.h"
+#include "ui_QKAboutPanel.h"
+
+#include <QKApplication.h>
+#include <QKApplicationLog.h>
+#include <QKBundle.h>
+#include <QKEvents.h>
+#include <QKWorkspace.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QPropertyAnimation>
+#include <QScreen>
+#include <QTimeZone>
+#include <QVBoxLayout>
+
+#include <cmath>
+
+namespace {
+
+QPointer<QKAboutPanel> s_sharedPanel;
+QKAboutPanel::Clock s_clock;
+QKBundle *s_bundle = nullptr;
+int s_fadeDuration = 250;
+
+// A year of 356 days: the line has always counted this way.
+constexpr double secondsPerYear = 30758400.0;
+
+// Widgets must be gone before the application object dismantles its widget state, and
+// post routines run first thing in its destructor.
+void destroySharedPanel()
+{
+    delete s_sharedPanel.data();
+}
+
+QKBundle *bundle()
+{
+    return s_bundle ? s_bundle : QKBundle::mainBundle();
+}
+
+// A viewer cannot read the application's compiled-in resources: such a document is
+// handed over as a copy in the application's temporary folder.
+QString extractedResource(const QString &resourcePath)
+{
+    const QKApplication *app = QKApplication::sharedApplication();
+    const QDir folder(app ? app->tempDirectory() : QDir::tempPath());
+    const QString copy = folder.filePath(QFileInfo(resourcePath).fileName());
+    QFile::remove(copy);
+    if (!folder.mkpath(QStringLiteral(".")) || !QFile::copy(resourcePath, copy)) {
+        QKApplicationLog::sharedLog()->warning(
+            QKApplicationLogContext(QStringLiteral("QKAboutPanel"), nullptr),
+            QStringLiteral("Cannot copy %1 to %2").arg(resourcePath, copy));
+        return QString();
+    }
+    QFile::setPermissions(copy, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                    QFileDevice::ReadGroup | QFileDevice::ReadOther);
+    return copy;
+}
+
+QDateTime currentDateTime()
+{
+    return s_clock ? s_clock() : QDateTime::currentDateTime();
+}
+
+} // namespace
+
+struct QKAboutPanel::Private
+{
+    // Declared before the animation, so that the animation goes first.
+    std::unique_ptr<QWidget> window;
+    QKAboutPanelContentView *view = nullptr;
+    Ui::QKAboutPanel ui;
+    std::unique_ptr<QPropertyAnimation> fade;
+};
+
+QKAboutPanel *QKAboutPanel::aboutPanel()
+{
+    if (!s_sharedPanel) {
+        s_sharedPanel = new QKAboutPanel;
+        s_sharedPanel->setParent(QCoreApplication::instance());
+        qAddPostRoutine(destroySharedPanel);
+    }
+    return s_sharedPanel;
+}
+
+void QKAboutPanel::openPanel()
+{
+    aboutPanel()->open();
+}
+
+QString QKAboutPanel::birthdayString(const QDateTime &now)
+{
+    const QDateTime birth(QDate(2006, 7, 22), QTime(19, 30), QTimeZone(6 * 3600));
+    const double years = birth.msecsTo(now) / 1000.0 / secondsPerYear;
+    double whole = 0;
+    const double months = std::modf(years, &whole) * 12;
+    return QString::asprintf("Kestrin is %.0f year%s and %.0f months old today!", whole,
+                             whole == 1 ? "" : "s", months);
+}
+
+void QKAboutPanel::setClock(Clock clock)
+{
+    s_clock = std::move(clock);
+}
+
+void QKAboutPanel::setBundle(QKBundle *bundle)
+{
+    s_bundle = bundle;
+}
+
+int QKAboutPanel::fadeDuration()
+{
+    return s_fadeDuration;
+}
+
+void QKAboutPanel::setFadeDuration(int msecs)
+{
+    s_fadeDuration = std::max(0, msecs);
+}
+
+QKAboutPanel::QKAboutPanel() : d(std::make_unique<Private>())
+{
+    d->window = std::make_unique<QWidget>(nullptr, Qt::Dialog | Qt::FramelessWindowHint);
+    d->window->setObjectName(QStringLiteral("QKAboutPanel"));
+    d->window->setAttribute(Qt::WA_TranslucentBackground);
+    d->view = new QKAboutPanelContentView(d->window.get());
+    d->ui.setupUi(d->view);
+    awakeFromNib();
+
+    auto *layout = new QVBoxLayout(d->window.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(d->view);
+    d->window->setFixedSize(d->view->size());
+    d->fade = std::make_unique<QPropertyAnimation>(d->window.get(), "windowOpacity");
+    connect(d->fade.get(), &QAbstractAnimation::finished, this, &QKAboutPanel::animationDidStop);
+}
+
+QKAboutPanel::~QKAboutPanel() = default;
+
+void QKAboutPanel::awakeFromNib()
+{
+    const QKApplication *app = QKApplication::sharedApplication();
+    const QString name = app ? app->name() : QCoreApplication::applicationName();
+    d->window->setWindowTitle(name);
+    d->ui.appNameText->setText(name);
+    d->ui.versionText->setText(QKSplashScreen::versionString(
+        bundle()
+            ->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString"))
+            .toString()));
+    d->ui.buildText->setText(
+        bundle()->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion")).toString());
+    d->ui.copyrightText->setText(QKSplashScreen::copyrightString(
+        bundle()->objectForInfoDictionaryKey(QStringLiteral("NSHumanReadableCopyright")).toString(),
+        currentDateTime().date().year()));
+
+    // The title and the document's name are spelled differently, and both on purpose.
+    d->ui.legalButton->setText(QStringLiteral("Legal"));
+    d->ui.legalButton->setEnabled(
+        !bundle()->pathForResource(QStringLiteral("legal"), QStringLiteral("pdf")).isEmpty());
+    connect(d->ui.legalButton, &QAbstractButton::clicked, this, [this] { openLegal(); });
+    d->ui.acknowledgementsButton->setText(QStringLiteral("Acknowledgements"));
+    d->ui.acknowledgementsButton->setEnabled(
+        !bundle()
+             ->pathForResource(QStringLiteral("acknowledgments"), QStringLiteral("pdf"))
+             .isEmpty());
+    connect(d->ui.acknowledgementsButton, &QAbstractButton::clicked, this,
+            [this] { openAcknowledgements(); });
+}
+
+void QKAboutPanel::open()
+{
+    if (d->window->isVisible())
+        return;
+    const quint32 wanted =
+        QKEvents::CommandKeyMask | QKEvents::AlternateKeyMask | QKEvents::ShiftKeyMask;
+    const bool birthday =
+        (QKEvents::modifierFlags(QGuiApplication::keyboardModifiers()) & wanted) == wanted;
+    const QString extra = birthday ? birthdayString(currentDateTime()) : QString();
+    d->ui.additionalText->setText(extra);
+    d->ui.additionalText->setTextInteractionFlags(extra.isEmpty() ? Qt::NoTextInteraction
+                                                                  : Qt::TextSelectableByMouse);
+
+    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
+        QRect frame = d->window->geometry();
+        frame.moveCenter(screen->availableGeometry().center());
+        d->window->move(frame.topLeft());
+    }
+    d->fade->stop();
+    d->window->setWindowOpacity(s_fadeDuration > 0 ? 0.0 : 1.0);
+    d->window->show();
+    d->window->raise();
+    d->window->activateWindow();
+    if (s_fadeDuration > 0) {
+        d->fade->setDuration(s_fadeDuration);
+        d->fade->setStartValue(0.0);
+        d->fade->setEndValue(1.0);
+        d->fade->start();
+    }
+}
+
+void QKAboutPanel::close()
+{
+    d->fade->stop();
+    if (s_fadeDuration > 0 && d->window->isVisible()) {
+        d->fade->setDuration(s_fadeDuration);
+        d->fade->setStartValue(d->window->windowOpacity());
+        d->fade->setEndValue(0.0);
+        d->fade->start();
+        return;
+    }
+    d->window->close();
+}
+
+void QKAboutPanel::animationDidStop()
+{
+    // The fade-in ends here too; only a finished fade-out closes the window.
+    if (d->window->windowOpacity() == 0.0)
+        d->window->close();
+}
+
+bool QKAboutPanel::isVisible() const
+{
+    return d->window->isVisible();
+}
+
+void QKAboutPanel::openLegal(QObject *)
+{
+    openDocument(QStringLiteral("legal"));
+}
+
+void QKAboutPanel::openAcknowledgements(QObject *)
+{
+    openDocument(QStringLiteral("acknowledgments"));
+}
+
+void QKAboutPanel::openDocument(const QString &name)
+{
+    const QString path = bundle()->pathForResource(name, QStringLiteral("pdf"));
+    if (path.isEmpty())
+        return;
+    QKWorkspace::openFile(path.startsWith(QLatin1Char(':')) ? extractedResource(path) : path);
+}
+
+QWidget *QKAboutPanel::window() const
+{
+    return d->window.get();
+}
+
+QWidget *QKAboutPanel::view() const
+{
+    return d->view;
+}
