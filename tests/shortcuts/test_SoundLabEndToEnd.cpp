@@ -8,6 +8,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTest>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -157,10 +158,19 @@ TEST(SoundLabEndToEnd, typedKeysReachActionsTextFieldsAndTables)
 
     SoundLab lab(display);
     ASSERT_TRUE(lab.waitFor("ready")) << qPrintable(lab.diagnostics());
-    const QString window =
-        lab.xdotool({"search", "--sync", "--onlyvisible", "--name", "^Sound Lab$"})
-            .split('\n')
-            .value(0);
+    // The splash screen carries the application's name too until its fade-out ends; wait
+    // until the main window is the only one left.
+    QString window;
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        const QStringList found =
+            lab.xdotool({"search", "--sync", "--onlyvisible", "--name", "^Sound Lab$"})
+                .split('\n', Qt::SkipEmptyParts);
+        if (found.size() == 1) {
+            window = found.first();
+            break;
+        }
+        QThread::msleep(100);
+    }
     ASSERT_FALSE(window.isEmpty()) << qPrintable(lab.diagnostics());
 
     // The shortcut editor opens at the first launch and takes the focus; give it back to the
