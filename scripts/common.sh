@@ -10,7 +10,7 @@ QK_PACKAGES=(
     libgl-dev libxkbcommon-dev
     libplist-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    zip lshw xvfb xdotool python3 curl locales
+    zip lshw binutils xvfb xdotool python3 curl locales
 )
 
 qk_install_dependencies() {
