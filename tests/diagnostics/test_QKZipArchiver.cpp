@@ -1,0 +1,83 @@
+#include "DiagnosticsTestSupport.h"
+
+#include "QKTestEnvironment.h"
+#include "QKZipArchiver.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <gtest/gtest.h>
+
+using namespace DiagnosticsTest;
+using Entries = QList<std::pair<QString, QByteArray>>;
+
+namespace {
+
+QString homeFile(const char *name)
+{
+    return QKTestEnvironment::homeFile(QString::fromUtf8(name));
+}
+
+} // namespace
+
+TEST(QKZipArchiver, zipsEveryPathInOrderUnderItsOwnName)
+{
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("b/second.log"), "second"));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("a/first.txt"), "first"));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("a/inner/third.crash"), "third"));
+    const QString archive = homeFile("out/archive.zip");
+    ASSERT_TRUE(QDir().mkpath(homeFile("out")));
+
+    ASSERT_TRUE(QKZipArchiver::zipPaths(
+        {homeFile("b/second.log"), homeFile("a/first.txt"), homeFile("a/inner")}, archive));
+    // Folders are taken whole; no entry keeps its folder.
+    EXPECT_EQ(zipEntries(archive), Entries({{QStringLiteral("second.log"), "second"},
+                                            {QStringLiteral("first.txt"), "first"},
+                                            {QStringLiteral("third.crash"), "third"}}));
+}
+
+TEST(QKZipArchiver, vanishedPathsAreSkippedAndTheRestIsArchived)
+{
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("one.txt"), "1"));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("three.txt"), "3"));
+    const QString archive = homeFile("attachments.zip");
+
+    ASSERT_TRUE(QKZipArchiver::zipPaths(
+        {homeFile("one.txt"), homeFile("gone.txt"), homeFile("three.txt")}, archive));
+    EXPECT_EQ(zipEntries(archive),
+              Entries({{QStringLiteral("one.txt"), "1"}, {QStringLiteral("three.txt"), "3"}}));
+
+    // With nothing left to archive there is no archive.
+    const QString empty = homeFile("empty.zip");
+    EXPECT_FALSE(QKZipArchiver::zipPaths({homeFile("gone.txt")}, empty));
+    EXPECT_FALSE(QFileInfo::exists(empty));
+}
+
+TEST(QKZipArchiver, leftoverArchiveIsReplacedNotExtended)
+{
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("old.txt"), "old"));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("new.txt"), "new"));
+    const QString archive = homeFile("crash_log.zip");
+    ASSERT_TRUE(QKZipArchiver::zipPaths({homeFile("old.txt")}, archive));
+
+    ASSERT_TRUE(QKZipArchiver::zipPaths({homeFile("new.txt")}, archive));
+    EXPECT_EQ(zipEntries(archive), Entries({{QStringLiteral("new.txt"), "new"}}));
+
+    // A failed run does not leave the previous archive looking like its result.
+    EXPECT_FALSE(QKZipArchiver::zipPaths({homeFile("gone.txt")}, archive));
+    EXPECT_FALSE(QFileInfo::exists(archive));
+}
+
+TEST(QKZipArchiver, unwritableDestinationGivesNoArchiveAndALogEntry)
+{
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("debug.log"), "entries"));
+    // A plain file stands where the archive's folder should be.
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("blocked"), "a file"));
+    const QString archive = homeFile("blocked/debug_log.zip");
+
+    EXPECT_FALSE(QKZipArchiver::zipPaths({homeFile("debug.log")}, archive));
+    EXPECT_FALSE(QFileInfo::exists(archive));
+    const QByteArray log = debugLog();
+    EXPECT_TRUE(log.contains("/usr/bin/zip did not produce " + archive.toUtf8()))
+        << log.toStdString();
+}
