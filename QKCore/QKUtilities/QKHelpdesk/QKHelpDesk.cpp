@@ -101,6 +101,9 @@ struct QKHelpDesk::Private
 
     QNetworkAccessManager *network = nullptr;
     QPointer<QKHelpDeskDownload> downloader;
+    // Ended downloads are freed when the next one starts: when they end, their own frames
+    // may still be on the stack below a progress panel pass.
+    QList<QPointer<QKHelpDeskDownload>> endedDownloads;
     qint64 downloadSize = 0;
     qint64 downloaded = 0;
 };
@@ -487,6 +490,11 @@ void QKHelpDesk::downloadFromPath(const QString &path)
     const QUrl url(path);
     const QString folder = downloadDirectory();
     const QString fileName = url.fileName();
+    for (const QPointer<QKHelpDeskDownload> &ended : std::as_const(d->endedDownloads)) {
+        if (ended)
+            ended->deleteLater();
+    }
+    d->endedDownloads.clear();
     if (!d->network)
         d->network = new QNetworkAccessManager(this);
     auto *download = new QKHelpDeskDownload(
@@ -502,13 +510,15 @@ void QKHelpDesk::downloadFromPath(const QString &path)
                 if (progressUpdate(fraction) != QKHelpDeskProgressPanel::ContinuesResponse) {
                     download->cancel();
                     closeProgressPanel();
-                    download->deleteLater();
+                    d->endedDownloads << download;
                     emit downloadEnded(false);
                 }
             });
     connect(download, &QKHelpDeskDownload::didFinish, this, [this, download] {
         closeProgressPanel();
-        download->deleteLater();
+        d->endedDownloads << download;
+        if (d->downloader == download)
+            d->downloader = nullptr;
         emit downloadEnded(true);
     });
     connect(download, &QKHelpDeskDownload::didFailWithError, this,
@@ -517,7 +527,7 @@ void QKHelpDesk::downloadFromPath(const QString &path)
                 QKApplicationLog::sharedLog()->warning(
                     QKApplicationLogContext(QStringLiteral("QKHelpDesk"), this),
                     QStringLiteral("didFailWithError:%1").arg(error));
-                download->deleteLater();
+                d->endedDownloads << download;
                 emit downloadEnded(false);
             });
     d->downloader = download;

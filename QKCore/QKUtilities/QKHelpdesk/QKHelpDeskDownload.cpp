@@ -61,6 +61,9 @@ void QKHelpDeskDownload::start()
         return;
     }
     d->reply = d->manager->get(QNetworkRequest(d->url));
+    // The reply lives as long as this download, never shorter: its signals may still be on
+    // the stack (below nested event loop passes) when the download ends.
+    d->reply->setParent(this);
     connect(d->reply, &QIODevice::readyRead, this, &QKHelpDeskDownload::readData);
     connect(d->reply, &QNetworkReply::finished, this, &QKHelpDeskDownload::finish);
 }
@@ -71,8 +74,6 @@ void QKHelpDeskDownload::cancel()
     if (d->reply) {
         d->reply->disconnect(this);
         d->reply->abort();
-        d->reply->deleteLater();
-        d->reply = nullptr;
     }
     if (d->file) {
         d->file->cancelWriting();
@@ -105,6 +106,10 @@ void QKHelpDeskDownload::readData()
         return;
     }
     emit didReceiveDataOfLength(data.size());
+    // Listeners run event loop passes while handling the data, and bytes that arrive then
+    // raise no readyRead of their own: read them on the next pass.
+    if (!d->ended && d->reply->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(this, &QKHelpDeskDownload::readData, Qt::QueuedConnection);
 }
 
 void QKHelpDeskDownload::finish()
@@ -119,8 +124,6 @@ void QKHelpDeskDownload::finish()
     if (d->ended)
         return;
     d->ended = true;
-    d->reply->deleteLater();
-    d->reply = nullptr;
     const bool committed = d->file->commit();
     const QString error = d->file->errorString();
     d->file.reset();

@@ -15,7 +15,9 @@ class QNetworkAccessManager;
  * until then the bytes go to a temporary file beside it, which a failure or cancel removes.
  *
  * Every outcome, including a destination that cannot be written, is reported through the
- * signals after start() has returned, so the caller can finish setting up first.
+ * signals after start() has returned, so the caller can finish setting up first. Listeners
+ * may run event loop passes from their slots; the download must then not be deleted before
+ * control is back in the outer event loop.
  */
 class QKUTILITIES_EXPORT QKHelpDeskDownload : public QObject
 {
