@@ -32,6 +32,8 @@ public:
     Q_INVOKABLE void showSystemInformation(QObject *sender);
     Q_INVOKABLE void writeLogEntry(QObject *sender);
     Q_INVOKABLE void openDebugLog(QObject *sender);
+    /** Opens the help desk on the pane (or runs the action) named by the menu item. */
+    Q_INVOKABLE void showHelpDesk(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
 
     /** The number of tracks in the session. */
