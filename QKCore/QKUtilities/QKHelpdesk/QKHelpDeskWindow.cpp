@@ -103,8 +103,7 @@ QSize QKHelpDeskWindow::frameSizeForContentSize(const QSize &contentSize) const
 {
     int toolbarHeight = 0;
     for (const QToolBar *toolbar : findChildren<QToolBar *>(Qt::FindDirectChildrenOnly)) {
-        if (!toolbar->isHidden() &&
-            toolBarArea(const_cast<QToolBar *>(toolbar)) == Qt::TopToolBarArea)
+        if (!toolbar->isHidden() && toolBarArea(toolbar) == Qt::TopToolBarArea)
             toolbarHeight += toolbar->sizeHint().height();
     }
     return contentSize + QSize(0, toolbarHeight);
