@@ -92,7 +92,7 @@ void BM_HelpDeskDownload(benchmark::State &state)
         state.counters["redraws_per_second"] = redraws / seconds;
     }
 }
-BENCHMARK(BM_HelpDeskDownload)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_HelpDeskDownload)->Iterations(5)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 

@@ -507,7 +507,11 @@ void QKHelpDesk::downloadFromPath(const QString &path)
             [this, download](qint64 length) {
                 d->downloaded += length;
                 const float fraction = float(d->downloaded) / float(d->downloadSize);
-                if (progressUpdate(fraction) != QKHelpDeskProgressPanel::ContinuesResponse) {
+                const int response = progressUpdate(fraction);
+                // The pass may have delivered the download's end (and closed the panel);
+                // only a download still running was cancelled.
+                if (response != QKHelpDeskProgressPanel::ContinuesResponse &&
+                    download->isRunning()) {
                     download->cancel();
                     closeProgressPanel();
                     d->endedDownloads << download;

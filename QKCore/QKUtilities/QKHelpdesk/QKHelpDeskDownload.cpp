@@ -68,6 +68,11 @@ void QKHelpDeskDownload::start()
     connect(d->reply, &QNetworkReply::finished, this, &QKHelpDeskDownload::finish);
 }
 
+bool QKHelpDeskDownload::isRunning() const
+{
+    return d->reply && !d->ended;
+}
+
 void QKHelpDeskDownload::cancel()
 {
     d->ended = true;

@@ -33,6 +33,8 @@ public:
 
     /** Starts the request. */
     void start();
+    /** True from start() until the download has finished, failed or been cancelled. */
+    bool isRunning() const;
     /** Stops the download and removes the partial file; no further signals are sent. */
     void cancel();
 
