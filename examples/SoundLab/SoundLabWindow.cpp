@@ -11,6 +11,7 @@
 #include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
+#include <QKHelpDesk.h>
 #include <QKKeyboardShortcuts.h>
 #include <QKMenus.h>
 #include <QKMeterController.h>
@@ -173,6 +174,12 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(window, tr("Keyboard Shortcuts…"), "toggleKeyboardShortcuts:");
 
     QMenu *help = bar->addMenu(tr("Help"));
+    // The help desk finds its pane by the item's title, so these titles are fixed.
+    for (const char *title : {"Documentation", "Tutorials", "Software Update", "Release Notes",
+                              "Debug", "Support", "Online Documentation", "Check for Updates"}) {
+        QKMenus::addItemWithTitle(help, QString::fromLatin1(title), "showHelpDesk:");
+    }
+    help->addSeparator();
     QKMenus::addItemWithTitle(help, tr("Support Site"), "showSupportSite:");
     QKMenus::addItemWithTitle(help, tr("Online Manuals"), "openManuals:");
     QKMenus::addItemWithTitle(help, tr("System Information"), "showSystemInformation:");
@@ -339,6 +346,11 @@ void SoundLabWindow::openDebugLog(QObject *)
     if (!QFileInfo::exists(log->logFilePath()))
         writeLogEntry(this);
     log->openLogFile();
+}
+
+void SoundLabWindow::showHelpDesk(QObject *sender)
+{
+    QKHelpDesk::openWindow(sender);
 }
 
 void SoundLabWindow::updateTransport()

@@ -38,6 +38,8 @@ public:
     Q_INVOKABLE void toggleKeyboardShortcuts(QObject *sender);
     Q_INVOKABLE void nudgeLeft(QObject *sender);
     Q_INVOKABLE void nudgeRight(QObject *sender);
+    /** Opens the help desk on the pane (or runs the action) named by the menu item. */
+    Q_INVOKABLE void showHelpDesk(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
 
     /** The number of tracks in the session. */

@@ -2,6 +2,7 @@
 #include "SoundLabSettings.h"
 #include "SoundLabWindow.h"
 
+#include <QKHelpDesk.h>
 #include <QKKeyboardShortcuts.h>
 #include <QKSplashScreen.h>
 
@@ -27,6 +28,8 @@ int main(int argc, char **argv)
     window->show();
     // After show(): the shortcuts mirror their keys into the visible main window's menus.
     QKKeyboardShortcuts::loadShortcuts();
+    // After a crash or a kill, this offers to report it.
+    QKHelpDesk::startup();
     SoundLabWindow::trace(QStringLiteral("ready"));
     return app.exec();
 }

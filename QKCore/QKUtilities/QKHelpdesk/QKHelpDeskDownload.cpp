@@ -1,0 +1,145 @@
+#include "QKHelpDeskDownload.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPointer>
+#include <QSaveFile>
+
+struct QKHelpDeskDownload::Private
+{
+    QUrl url;
+    QString destinationPath;
+    QPointer<QNetworkAccessManager> manager;
+    QPointer<QNetworkReply> reply;
+    std::unique_ptr<QSaveFile> file;
+    bool responseReported = false;
+    bool ended = false;
+};
+
+QKHelpDeskDownload::QKHelpDeskDownload(const QUrl &url, const QString &destinationPath,
+                                       QNetworkAccessManager *manager, QObject *parent)
+    : QObject(parent), d(std::make_unique<Private>())
+{
+    d->url = url;
+    d->destinationPath = destinationPath;
+    d->manager = manager;
+}
+
+QKHelpDeskDownload::~QKHelpDeskDownload()
+{
+    cancel();
+}
+
+QUrl QKHelpDeskDownload::url() const
+{
+    return d->url;
+}
+
+QString QKHelpDeskDownload::destinationPath() const
+{
+    return d->destinationPath;
+}
+
+void QKHelpDeskDownload::start()
+{
+    if (d->reply || d->ended)
+        return;
+    d->file = std::make_unique<QSaveFile>(d->destinationPath);
+    if (d->destinationPath.isEmpty() || !d->file->open(QIODevice::WriteOnly)) {
+        const QString reason =
+            d->destinationPath.isEmpty()
+                ? tr("there is no download folder")
+                : tr("cannot write %1: %2").arg(d->destinationPath, d->file->errorString());
+        d->file.reset();
+        d->ended = true;
+        QMetaObject::invokeMethod(
+            this, [this, reason] { emit didFailWithError(reason); }, Qt::QueuedConnection);
+        return;
+    }
+    if (!d->manager) {
+        fail(tr("no network access"));
+        return;
+    }
+    d->reply = d->manager->get(QNetworkRequest(d->url));
+    // The reply lives as long as this download, never shorter: its signals may still be on
+    // the stack (below nested event loop passes) when the download ends.
+    d->reply->setParent(this);
+    connect(d->reply, &QIODevice::readyRead, this, &QKHelpDeskDownload::readData);
+    connect(d->reply, &QNetworkReply::finished, this, &QKHelpDeskDownload::finish);
+}
+
+bool QKHelpDeskDownload::isRunning() const
+{
+    return d->reply && !d->ended;
+}
+
+void QKHelpDeskDownload::cancel()
+{
+    d->ended = true;
+    if (d->reply) {
+        d->reply->disconnect(this);
+        d->reply->abort();
+    }
+    if (d->file) {
+        d->file->cancelWriting();
+        d->file.reset(); // removes the temporary file
+    }
+}
+
+void QKHelpDeskDownload::readData()
+{
+    if (d->ended || !d->reply)
+        return;
+    const int status = d->reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (!d->responseReported) {
+        d->responseReported = true;
+        const QVariant length = d->reply->header(QNetworkRequest::ContentLengthHeader);
+        emit didReceiveResponse(length.isValid() ? length.toLongLong() : -1);
+        if (d->ended)
+            return;
+    }
+    // The body of an error status is the server's error page, not the file.
+    if (status >= 400) {
+        d->reply->skip(d->reply->bytesAvailable());
+        return;
+    }
+    const QByteArray data = d->reply->readAll();
+    if (data.isEmpty())
+        return;
+    if (d->file->write(data) != data.size()) {
+        fail(tr("cannot write %1: %2").arg(d->destinationPath, d->file->errorString()));
+        return;
+    }
+    emit didReceiveDataOfLength(data.size());
+    // Listeners run event loop passes while handling the data, and bytes that arrive then
+    // raise no readyRead of their own: read them on the next pass.
+    if (!d->ended && d->reply->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(this, &QKHelpDeskDownload::readData, Qt::QueuedConnection);
+}
+
+void QKHelpDeskDownload::finish()
+{
+    if (d->ended || !d->reply)
+        return;
+    if (d->reply->error() != QNetworkReply::NoError) {
+        fail(d->reply->errorString());
+        return;
+    }
+    readData();
+    if (d->ended)
+        return;
+    d->ended = true;
+    const bool committed = d->file->commit();
+    const QString error = d->file->errorString();
+    d->file.reset();
+    if (committed)
+        emit didFinish();
+    else
+        emit didFailWithError(tr("cannot write %1: %2").arg(d->destinationPath, error));
+}
+
+void QKHelpDeskDownload::fail(const QString &error)
+{
+    cancel();
+    emit didFailWithError(error);
+}

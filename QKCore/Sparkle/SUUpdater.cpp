@@ -1,0 +1,221 @@
+#include "SUUpdater.h"
+
+#include "SUAppcastItem.h"
+#include "SUConstants.h"
+#include "SUStandardVersionComparator.h"
+
+#include <QKAlert.h>
+#include <QKApplication.h>
+#include <QKBundle.h>
+#include <QKUserDefaults.h>
+#include <QKWorkspace.h>
+#include <RSS.h>
+
+#include <QDateTime>
+#include <QMutex>
+#include <QTimer>
+#include <QUrl>
+
+#include <limits>
+#include <thread>
+
+namespace {
+
+QString applicationName()
+{
+    const QKApplication *app = QKApplication::sharedApplication();
+    return app ? app->name() : QCoreApplication::applicationName();
+}
+
+QString infoString(const char *key)
+{
+    return QKBundle::mainBundle()->objectForInfoDictionaryKey(QLatin1String(key)).toString();
+}
+
+/**
+ * Lets a feed thread hand its result to the updater only while the updater exists; the
+ * updater clears it when it is destroyed.
+ */
+struct Receiver
+{
+    QMutex mutex;
+    SUUpdater *updater = nullptr;
+};
+
+} // namespace
+
+struct SUUpdater::Private
+{
+    std::shared_ptr<Receiver> receiver = std::make_shared<Receiver>();
+    QTimer scheduleTimer;
+    DownloadHandler downloadHandler;
+    bool checking = false;
+    bool userInitiated = false;
+};
+
+SUUpdater::SUUpdater(QObject *parent) : QObject(parent), d(std::make_unique<Private>())
+{
+    d->receiver->updater = this;
+    connect(&d->scheduleTimer, &QTimer::timeout, this, &SUUpdater::checkForUpdatesInBackground);
+}
+
+SUUpdater::~SUUpdater()
+{
+    QMutexLocker lock(&d->receiver->mutex);
+    d->receiver->updater = nullptr;
+}
+
+QString SUUpdater::userAgent()
+{
+    return QStringLiteral("%1/%2 (Mac OS X) Sparkle/1.0")
+        .arg(applicationName(), infoString("CFBundleVersion"));
+}
+
+QUrl SUUpdater::feedURL() const
+{
+    QString url = QKUserDefaults::standardUserDefaults()->stringForKey(SUFeedURLKey);
+    if (url.isEmpty())
+        url = infoString("SUFeedURL");
+    return QUrl(url);
+}
+
+void SUUpdater::startupCheck()
+{
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    if (defaults->boolForKey(SUCheckAtStartupKey))
+        checkForUpdatesInBackground();
+    scheduleCheckWithInterval(double(defaults->integerForKey(SUScheduledCheckIntervalKey)));
+}
+
+void SUUpdater::checkForUpdates(QObject *)
+{
+    startCheck(true);
+}
+
+void SUUpdater::checkForUpdatesInBackground()
+{
+    startCheck(false);
+}
+
+void SUUpdater::scheduleCheckWithInterval(double seconds)
+{
+    if (seconds <= 0) {
+        d->scheduleTimer.stop();
+        return;
+    }
+    // QTimer counts in int milliseconds: about 24 days at most.
+    const double milliseconds = qMin(seconds * 1000.0, double(std::numeric_limits<int>::max()));
+    d->scheduleTimer.start(int(milliseconds));
+}
+
+double SUUpdater::scheduledCheckInterval() const
+{
+    return d->scheduleTimer.isActive() ? d->scheduleTimer.interval() / 1000.0 : 0.0;
+}
+
+bool SUUpdater::isChecking() const
+{
+    return d->checking;
+}
+
+void SUUpdater::setDownloadHandler(DownloadHandler handler)
+{
+    d->downloadHandler = std::move(handler);
+}
+
+void SUUpdater::startCheck(bool userInitiated)
+{
+    // A running check answers both: the user then sees its outcome.
+    d->userInitiated = d->userInitiated || userInitiated;
+    if (d->checking)
+        return;
+    d->checking = true;
+    std::thread([receiver = d->receiver, url = feedURL(), agent = userAgent()] {
+        const RSS feed(url, true, agent);
+        const bool valid = feed.isValid();
+        const QVariantList items = feed.newsItems();
+        QMutexLocker lock(&receiver->mutex);
+        if (SUUpdater *updater = receiver->updater) {
+            QMetaObject::invokeMethod(
+                updater, [updater, valid, items] { updater->finishCheck(valid, items); },
+                Qt::QueuedConnection);
+        }
+    }).detach();
+}
+
+void SUUpdater::finishCheck(bool feedRead, const QVariantList &items)
+{
+    const bool userInitiated = d->userInitiated;
+    d->checking = false;
+    d->userInitiated = false;
+    const QString name = applicationName();
+    if (!feedRead) {
+        if (userInitiated) {
+            QKAlert::runModal(tr("Checking for updates failed"),
+                              tr("The update information of %1 could not be loaded. Please "
+                                 "try again later.")
+                                  .arg(name));
+        }
+        emit checkFinished(false, false);
+        return;
+    }
+    QKUserDefaults::standardUserDefaults()->setObject(QDateTime::currentDateTime(),
+                                                      SULastCheckTimeKey);
+
+    const SUStandardVersionComparator *comparator =
+        SUStandardVersionComparator::defaultComparator();
+    SUAppcastItem newest;
+    for (const QVariant &entry : items) {
+        const SUAppcastItem item(entry.toMap());
+        if (!item.versionString().isEmpty() &&
+            (newest.versionString().isEmpty() ||
+             comparator->compareVersion(item.versionString(), newest.versionString()) ==
+                 SUStandardVersionComparator::OrderedDescending))
+            newest = item;
+    }
+    const QString installed = infoString("CFBundleVersion");
+    const bool isNewer = !newest.versionString().isEmpty() &&
+                         comparator->compareVersion(newest.versionString(), installed) ==
+                             SUStandardVersionComparator::OrderedDescending;
+    const QString skipped =
+        QKUserDefaults::standardUserDefaults()->stringForKey(SUSkippedVersionKey);
+    const bool offered = isNewer && (userInitiated || newest.versionString() != skipped);
+    if (offered) {
+        offerUpdate(newest);
+    } else if (userInitiated) {
+        QKAlert::runModal(tr("%1 is up to date").arg(name),
+                          tr("%1 %2 is the newest version available.")
+                              .arg(name, infoString("CFBundleShortVersionString")));
+    }
+    emit checkFinished(true, offered);
+}
+
+void SUUpdater::offerUpdate(const SUAppcastItem &item)
+{
+    const QString name = applicationName();
+    QString notes = item.description();
+    if (notes.isEmpty() && item.releaseNotesURL().isValid()) {
+        notes = QStringLiteral("<p><a href=\"%1\">%2</a></p>")
+                    .arg(item.releaseNotesURL().toString().toHtmlEscaped(), tr("Release notes"));
+    }
+    const QString informative =
+        QStringLiteral("<p>%1</p>%2")
+            .arg(tr("%1 %2 is now available; you have %3. Would you like to download it now?")
+                     .arg(name, item.displayVersionString(),
+                          infoString("CFBundleShortVersionString"))
+                     .toHtmlEscaped(),
+                 notes);
+    enum Answer { Download, Skip, Later };
+    const int answer =
+        QKAlert::runModal(tr("A new version of %1 is available!").arg(name), informative,
+                          {tr("Download"), tr("Skip This Version"), tr("Remind Me Later")});
+    if (answer == Download) {
+        if (d->downloadHandler)
+            d->downloadHandler(item.fileURL());
+        else
+            QKWorkspace::openURL(item.fileURL());
+    } else if (answer == Skip) {
+        QKUserDefaults::standardUserDefaults()->setObject(item.versionString(),
+                                                          SUSkippedVersionKey);
+    }
+}

@@ -1,0 +1,218 @@
+#include "HelpDeskTestSupport.h"
+#include "QKHelpDesk.h"
+#include "QKSupportSiteProcess.h"
+#include "QKTestEnvironment.h"
+#include "SUConstants.h"
+#include "SUUpdater.h"
+
+#include <QKAlert.h>
+#include <QKUserDefaults.h>
+#include <QKWorkspace.h>
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QUrl>
+
+#include <gtest/gtest.h>
+
+using namespace HelpDeskTest;
+
+namespace {
+
+const QByteArray updateArchive = "Test Host 2.6 update archive";
+
+bool copyTree(const QString &from, const QString &to)
+{
+    QDirIterator files(from, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString source = files.next();
+        const QString target = to + source.mid(from.size());
+        if (!QDir().mkpath(QFileInfo(target).path()) || !QFile::copy(source, target))
+            return false;
+    }
+    return true;
+}
+
+bool writeFile(const QString &path, const QByteArray &contents)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
+}
+
+/** The sample data with a release 2.6 (build 2600) of the test host on top. */
+QString dataWithNewerRelease(const QTemporaryDir &folder)
+{
+    const QString data = folder.filePath("sample-data");
+    const QString title = data + "/titles/tsth/2";
+    if (!copyTree(QStringLiteral(QK_SUPPORT_SITE_DATA), data))
+        return QString();
+    QFile appcastFile(title + "/appcast.json");
+    if (!appcastFile.open(QIODevice::ReadOnly))
+        return QString();
+    QJsonObject appcast = QJsonDocument::fromJson(appcastFile.readAll()).object();
+    appcastFile.close();
+    QJsonArray items = appcast.value("items").toArray();
+    items.prepend(QJsonObject{{"title", "Test Host 2.6"},
+                              {"version", "2600"},
+                              {"shortVersionString", "2.6"},
+                              {"published", "2025-01-15T10:00:00+00:00"},
+                              {"notes", "notes/2.6.html"},
+                              {"file", "TestHost-2.6.tar.gz"}});
+    appcast.insert("items", items);
+    const bool written = writeFile(title + "/appcast.json", QJsonDocument(appcast).toJson()) &&
+                         writeFile(title + "/notes/2.6.html",
+                                   "<ul><li>Plug-in scanning is twice as fast.</li></ul>") &&
+                         writeFile(title + "/downloads/TestHost-2.6.tar.gz", updateArchive);
+    return written ? data : QString();
+}
+
+/** Runs a check and waits for its end; returns the checkFinished arguments. */
+QList<QVariant> check(SUUpdater *updater, bool userInitiated)
+{
+    QSignalSpy finished(updater, &SUUpdater::checkFinished);
+    if (userInitiated)
+        updater->checkForUpdates(nullptr);
+    else
+        updater->checkForUpdatesInBackground();
+    return finished.wait(30000) ? finished.constFirst() : QList<QVariant>();
+}
+
+void pointAtFeed(const QString &url)
+{
+    QKUserDefaults::standardUserDefaults()->setObject(url, SUFeedURLKey);
+}
+
+} // namespace
+
+TEST(SUUpdater, aCheckTheUserAskedForReportsUpToDateAndRecordsTheTime)
+{
+    QKSupportSiteProcess site;
+    ASSERT_TRUE(site.isRunning());
+    pointAtFeed(site.baseURL() + "/appcast.php?titleCode=tsth&titleVersion=2&testing=1");
+    SUUpdater updater;
+    const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
+    EXPECT_EQ(check(&updater, true), QList<QVariant>({true, false}));
+    const QList<QKAlertRequest> alerts = QKAlert::shownAlerts();
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_EQ(alerts[0].message, "Test Host is up to date");
+    EXPECT_EQ(alerts[0].informativeText, "Test Host 2.5b1 is the newest version available.");
+    const QDateTime last =
+        QKUserDefaults::standardUserDefaults()->objectForKey(SULastCheckTimeKey).toDateTime();
+    EXPECT_GE(last, before);
+    EXPECT_FALSE(updater.isChecking());
+}
+
+TEST(SUUpdater, aNewerReleaseIsOfferedWithItsNotesAndDownloadedIntoTheDownloadFolder)
+{
+    QTemporaryDir folder;
+    const QString data = dataWithNewerRelease(folder);
+    ASSERT_FALSE(data.isEmpty());
+    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Export, data);
+    ASSERT_TRUE(site.isRunning());
+    ASSERT_TRUE(QDir().mkpath(downloadFolder()));
+
+    // Through the help desk, whose download fetches the archive.
+    QKHelpDesk *helpDesk = startHelpDesk();
+    QSignalSpy downloaded(helpDesk, &QKHelpDesk::downloadEnded);
+    QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
+    EXPECT_EQ(check(helpDesk->sparkle(), false), QList<QVariant>({true, true}));
+    const QList<QKAlertRequest> alerts = QKAlert::shownAlerts();
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_EQ(alerts[0].message, "A new version of Test Host is available!");
+    EXPECT_TRUE(alerts[0].informativeText.contains(
+        "Test Host 2.6 is now available; you have 2.5b1. Would you like to download it now?"));
+    EXPECT_TRUE(alerts[0].informativeText.contains("<li>Plug-in scanning is twice as fast.</li>"));
+    EXPECT_EQ(alerts[0].buttons, QStringList({"Download", "Skip This Version", "Remind Me Later"}));
+
+    ASSERT_TRUE(waitUntil([&] { return !downloaded.isEmpty(); }, 30000));
+    EXPECT_TRUE(downloaded.constFirst().constFirst().toBool());
+    QFile archive(downloadFolder() + "/TestHost-2.6.tar.gz");
+    ASSERT_TRUE(archive.open(QIODevice::ReadOnly));
+    EXPECT_EQ(archive.readAll(), updateArchive);
+    EXPECT_TRUE(waitUntil([&] { return !casts.isEmpty(); }, 30000))
+        << "the download opened the help desk";
+}
+
+TEST(SUUpdater, aSkippedVersionIsOfferedOnlyWhenTheUserAsks)
+{
+    QTemporaryDir folder;
+    const QString data = dataWithNewerRelease(folder);
+    ASSERT_FALSE(data.isEmpty());
+    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep, data);
+    ASSERT_TRUE(site.isRunning());
+    pointAtFeed(site.baseURL() + "/appcasts/tsth/2/index.xml");
+    QList<QUrl> opened;
+    QKWorkspace::setOpener([&](const QUrl &url) {
+        opened << url;
+        return true;
+    });
+    SUUpdater updater;
+
+    QKAlert::setAnswerer([](const QKAlertRequest &) { return 1; }); // "Skip This Version"
+    EXPECT_EQ(check(&updater, false), QList<QVariant>({true, true}));
+    EXPECT_EQ(QKUserDefaults::standardUserDefaults()->stringForKey(SUSkippedVersionKey), "2600");
+    EXPECT_TRUE(opened.isEmpty());
+
+    EXPECT_EQ(check(&updater, false), QList<QVariant>({true, false}));
+    EXPECT_EQ(QKAlert::shownAlerts().size(), 1);
+
+    // Asked for, it comes back; without a download handler the browser fetches it.
+    QKAlert::setAnswerer([](const QKAlertRequest &) { return 0; });
+    EXPECT_EQ(check(&updater, true), QList<QVariant>({true, true}));
+    ASSERT_EQ(opened.size(), 1);
+    EXPECT_EQ(opened[0].toString(), site.baseURL() + "/downloads/tsth/2/TestHost-2.6.tar.gz");
+    QKWorkspace::setOpener({});
+}
+
+TEST(SUUpdater, unreadableFeedsRecordNoCheckAndAreReportedOnlyWhenAsked)
+{
+    ScriptedServer server;
+    server.setReply("/feed", "<html><body>Not a feed</body></html>", 200, "text/html");
+    pointAtFeed(server.baseURL() + "/feed");
+    SUUpdater updater;
+    EXPECT_EQ(check(&updater, false), QList<QVariant>({false, false}));
+    EXPECT_TRUE(QKAlert::shownAlerts().isEmpty());
+    EXPECT_EQ(check(&updater, true), QList<QVariant>({false, false}));
+    ASSERT_EQ(QKAlert::shownAlerts().size(), 1);
+    EXPECT_EQ(QKAlert::shownAlerts()[0].message, "Checking for updates failed");
+
+    pointAtFeed(server.baseURL() + "/missing");
+    EXPECT_EQ(check(&updater, true), QList<QVariant>({false, false}));
+    EXPECT_FALSE(QKUserDefaults::standardUserDefaults()->hasKey(SULastCheckTimeKey));
+    EXPECT_TRUE(logText().contains("RSS")) << "the feed reader logs why";
+}
+
+TEST(SUUpdater, startupCheckFollowsTheSettings)
+{
+    QKSupportSiteProcess site;
+    ASSERT_TRUE(site.isRunning());
+    pointAtFeed(site.baseURL() + "/appcasts/tsth/2/index.xml");
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    SUUpdater updater;
+
+    defaults->setBool(false, SUCheckAtStartupKey);
+    updater.startupCheck();
+    EXPECT_FALSE(updater.isChecking());
+    EXPECT_EQ(updater.scheduledCheckInterval(), 0.0);
+
+    defaults->setBool(true, SUCheckAtStartupKey);
+    defaults->setInteger(86400, SUScheduledCheckIntervalKey);
+    QSignalSpy finished(&updater, &SUUpdater::checkFinished);
+    updater.startupCheck();
+    EXPECT_TRUE(updater.isChecking());
+    EXPECT_EQ(updater.scheduledCheckInterval(), 86400.0);
+    ASSERT_TRUE(finished.wait(30000));
+    // The release feed's newest build (2400) is older than this one (2501).
+    EXPECT_EQ(finished.constFirst(), QList<QVariant>({true, false}));
+    EXPECT_TRUE(QKAlert::shownAlerts().isEmpty());
+    EXPECT_TRUE(defaults->hasKey(SULastCheckTimeKey));
+
+    updater.scheduleCheckWithInterval(0);
+    EXPECT_EQ(updater.scheduledCheckInterval(), 0.0);
+}
