@@ -264,6 +264,9 @@ QString QKHelpDeskDates::stringWithCalendarFormat(const QDateTime &date, const Q
         case 'z':
             text += offsetText(local.offsetFromUtc());
             break;
+        case '%':
+            text += u'%';
+            break;
         default:
             text += u'%' + QString(specifier);
             break;
