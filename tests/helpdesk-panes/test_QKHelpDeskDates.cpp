@@ -1,0 +1,116 @@
+#include "PanesTestSupport.h"
+#include "QKHelpDeskDates.h"
+#include "QKHelpDeskDocumentation.h"
+#include "QKHelpDeskSoftwareUpdate.h"
+
+#include <QKUserDefaults.h>
+
+#include <gtest/gtest.h>
+
+using namespace PanesTest;
+
+namespace {
+const QString Description = QKHelpDeskDates::DescriptionFormat;
+const QString Published = QKHelpDeskDocumentation::PublishedCastFormat;
+} // namespace
+
+TEST(QKHelpDeskDates, formatsInTheLocalZone)
+{
+    struct Case
+    {
+        QDateTime date;
+        QString format;
+        QString text;
+    };
+    const Case cases[] = {
+        {utc({2009, 3, 7}, {21, 5}), QKHelpDeskSoftwareUpdate::LastCheckFormat, "3/7/09 4:05 PM"},
+        {utc({2024, 1, 1}, {5, 0}), QKHelpDeskSoftwareUpdate::LastCheckFormat, "1/1/24 12:00 AM"},
+        {utc({2024, 11, 12}, {16, 59}), QKHelpDeskSoftwareUpdate::LastCheckFormat,
+         "11/12/24 11:59 AM"},
+        {utc({2009, 3, 3}, {21, 5}), QKHelpDeskDocumentation::PublishedTextFormat,
+         "Tue, Mar 03 2009 4:05 PM"},
+        {utc({2024, 7, 4}, {16, 0}), QKHelpDeskDocumentation::PublishedTextFormat,
+         "Thu, Jul 04 2024 12:00 PM"},
+        {utc({2024, 7, 4}, {12, 0, 9}), Description, "2024-07-04 08:00:09 -0400"},
+        {utc({2024, 1, 20}, {10, 0}), Description, "2024-01-20 05:00:00 -0500"},
+        {utc({2024, 1, 20}, {10, 0}), "100%% at %H", "100% at 05"},
+        {QDateTime(), Description, ""},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(QKHelpDeskDates::stringWithCalendarFormat(c.date, c.format), c.text);
+}
+
+TEST(QKHelpDeskDates, parsesOnlyWholeRealDates)
+{
+    struct Case
+    {
+        QString text;
+        QString format;
+        QDateTime date; // invalid: not a date
+    };
+    const Case cases[] = {
+        {"Sat, 02 Mar 2024 04:05:00 +0000", Published, utc({2024, 3, 2}, {4, 5})},
+        // The cast's 12-hour clock has no half of the day: 12 is the first hour.
+        {"Mon, 02 Oct 2023 12:15:30 +0000", Published, utc({2023, 10, 2}, {0, 15, 30})},
+        {"mon, 02 oct 2023 10:15:30 -0230", Published, utc({2023, 10, 2}, {12, 45, 30})},
+        {"2024-03-10 14:00:00 -0500", Description, utc({2024, 3, 10}, {19, 0})},
+        {"2024-07-04 08:00:00 +0000", Description, utc({2024, 7, 4}, {8, 0})},
+        {"2024-07-04 08:00:00", "%Y-%m-%d %H:%M:%S", utc({2024, 7, 4}, {12, 0})},
+        {"3/7/09 4:05 PM", QKHelpDeskSoftwareUpdate::LastCheckFormat, utc({2009, 3, 7}, {21, 5})},
+        {"", Description, {}},
+        {"yesterday", Description, {}},
+        {"2024-03-10 14:00:00", Description, {}},
+        {"2024-03-10 14:00:00 -0500 ", Description, {}},
+        {"2024-02-30 14:00:00 -0500", Description, {}},
+        {"2024-03-10 24:00:00 -0500", Description, {}},
+        {"2024-03-10 14:00:00 -05", Description, {}},
+        {"24-03-10 14:00:00 -0500", Description, {}},
+        {"Sat, 02 Mar 2024 13:05:00 +0000", Published, {}},
+        {"Sat, 02 Mrz 2024 04:05:00 +0000", Published, {}},
+        {"Sat, 02 Mar 2024 04:05 +0000", Published, {}},
+        {"2024-03-02T16:05:00+00:00", Published, {}},
+    };
+    for (const Case &c : cases) {
+        const QDateTime parsed = QKHelpDeskDates::dateWithCalendarFormat(c.text, c.format);
+        EXPECT_EQ(parsed.isValid(), c.date.isValid()) << c.text.toStdString();
+        if (c.date.isValid()) {
+            EXPECT_EQ(parsed.toUTC(), c.date) << c.text.toStdString();
+        }
+    }
+}
+
+TEST(QKHelpDeskDates, storedTextFormRoundTripsAcrossDaylightSavingTime)
+{
+    for (const QDateTime &date : {utc({2024, 3, 10}, {6, 59, 59}), utc({2024, 3, 10}, {7, 0}),
+                                  utc({2024, 11, 3}, {5, 30, 1}), utc({2024, 11, 3}, {6, 30, 1})}) {
+        const QString text = QKHelpDeskDates::description(date);
+        EXPECT_EQ(QKHelpDeskDates::dateWithCalendarFormat(text, Description), date)
+            << text.toStdString();
+    }
+    // The two 1:30 of the night the clocks go back differ only in their offsets.
+    EXPECT_EQ(QKHelpDeskDates::description(utc({2024, 11, 3}, {5, 30, 1})),
+              "2024-11-03 01:30:01 -0400");
+    EXPECT_EQ(QKHelpDeskDates::description(utc({2024, 11, 3}, {6, 30, 1})),
+              "2024-11-03 01:30:01 -0500");
+}
+
+TEST(QKHelpDeskDates, storedDatesFallBackToTheReferenceDate)
+{
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    const QDateTime reference = utc({2001, 1, 1}, {0, 0});
+    EXPECT_EQ(QKHelpDeskDates::referenceDate(), reference);
+    EXPECT_EQ(QKHelpDeskDates::storedDate("Last Tutorial Check"), reference);
+
+    defaults->setObject("2024-06-25 05:30:00 -0400", "Last Tutorial Check");
+    EXPECT_EQ(QKHelpDeskDates::storedDate("Last Tutorial Check"), utc({2024, 6, 25}, {9, 30}));
+
+    defaults->setObject("last Tuesday", "Last Tutorial Check");
+    EXPECT_EQ(QKHelpDeskDates::storedDate("Last Tutorial Check"), reference);
+    EXPECT_TRUE(HelpDeskTest::logText().contains(
+        "the stored date \"last Tuesday\" of \"Last Tutorial Check\" is not a date"));
+
+    QKHelpDeskDates::setClock([] { return QDateTime(QDate(2030, 1, 2), QTime(3, 4), Qt::UTC); });
+    EXPECT_EQ(QKHelpDeskDates::now(), utc({2030, 1, 2}, {3, 4}));
+    QKHelpDeskDates::setClock({});
+    EXPECT_LT(qAbs(QKHelpDeskDates::now().secsTo(QDateTime::currentDateTime())), 60);
+}
