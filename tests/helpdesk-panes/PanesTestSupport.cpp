@@ -1,5 +1,6 @@
 #include "PanesTestSupport.h"
 
+#include "QKSupportSite.h"
 #include "QKTestEnvironment.h"
 
 #include <QKAlert.h>
@@ -69,6 +70,16 @@ void notifyAboutUpdates(bool documentation, bool tutorials)
     QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
     defaults->setBool(documentation, QStringLiteral("Notify Documentation Updates"));
     defaults->setBool(tutorials, QStringLiteral("Notify Tutorial Updates"));
+}
+
+QKHelpDesk *openWithoutSite(const QString &title, const QString &baseURL)
+{
+    QKSupportSite::setBaseURL(baseURL);
+    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
+    if (!HelpDeskTest::openWindowAndWaitForCasts(helpDesk))
+        return nullptr;
+    helpDesk->_openWindow(title);
+    return helpDesk;
 }
 
 } // namespace PanesTest

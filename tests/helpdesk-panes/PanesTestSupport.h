@@ -6,8 +6,8 @@
 #include "../helpdesk/HelpDeskTestSupport.h"
 
 #include "QKHelpDesk.h"
-#include "SUAppcastItem.h"
 #include "QKHelpDeskView.h"
+#include "SUAppcastItem.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -31,6 +31,12 @@ QStringList alertMessages();
 /** Makes the alerts of both panes possible without the start-up update check that an
  *  e-mail address would also switch on. */
 void notifyAboutUpdates(bool documentation, bool tutorials);
+
+/** Starts the help desk on @p baseURL, where nothing listens (port 9 discards), opens its
+ *  window on the pane titled @p title and waits for the (empty) casts, so that no cast
+ *  fetch outlives the test. Null when the casts never came. */
+QKHelpDesk *openWithoutSite(const QString &title,
+                            const QString &baseURL = QStringLiteral("http://127.0.0.1:9"));
 
 /** The help desk's pane of type @p Pane; null when the window is not loaded. */
 template<class Pane> Pane *paneOf(const QKHelpDesk *helpDesk)

@@ -135,9 +135,9 @@ TEST(QKHelpDeskDocumentation, downloadUsesTheDoubleSlashAddressAndCountsEvenWhen
     QKHelpDeskDates::setClock({});
     EXPECT_EQ(HelpDeskTest::filesIn(HelpDeskTest::downloadFolder()),
               QStringList{"TestHost_2.x_Manual.pdf"});
-    EXPECT_EQ(QKTestEnvironment::readAll(HelpDeskTest::downloadFolder() +
-                                         "/TestHost_2.x_Manual.pdf"),
-              "%PDF-1.4 manual");
+    EXPECT_EQ(
+        QKTestEnvironment::readAll(HelpDeskTest::downloadFolder() + "/TestHost_2.x_Manual.pdf"),
+        "%PDF-1.4 manual");
     EXPECT_TRUE(HelpDeskTest::logText().contains("TestHost_2.x_Manual.zip"))
         << "the failed zip download is logged";
 
@@ -165,8 +165,8 @@ TEST(QKHelpDeskDocumentation, missingOrUnreadableCastValuesLeaveTheirLinesEmptyA
     const Case cases[] = {
         {QKPropertyList::toData(QVariantMap{{"version", "2.4"}, {"published", "yesterday"}}),
          "The current version of the documentation is 2.4", ""},
-        {QKPropertyList::toData(QVariantMap{{"published", "Mon, 02 Oct 2023 13:15:30 +0000"}}),
-         "", ""},
+        {QKPropertyList::toData(QVariantMap{{"published", "Mon, 02 Oct 2023 13:15:30 +0000"}}), "",
+         ""},
         {QByteArray(), "", ""},
     };
     for (const Case &c : cases) {

@@ -1,6 +1,5 @@
 #include "PanesTestSupport.h"
 #include "QKHelpDeskReleaseNotesView.h"
-#include "QKSupportSite.h"
 #include "QKSupportSiteProcess.h"
 #include "QKTestEnvironment.h"
 
@@ -40,8 +39,7 @@ void writeFeed(const QString &data, const QStringList &versions)
                                     "<p>Notes of " + version.toUtf8() + "</p>");
     }
     const QJsonObject feed{{"title", "Test Host Changelog"}, {"items", items}};
-    QKTestEnvironment::writeAll(data + "/titles/tsth/2/appcast.json",
-                                QJsonDocument(feed).toJson());
+    QKTestEnvironment::writeAll(data + "/titles/tsth/2/appcast.json", QJsonDocument(feed).toJson());
 }
 
 bool reloadCasts(QKHelpDesk *helpDesk)
@@ -113,15 +111,8 @@ TEST(QKHelpDeskReleaseNotesView, eachChoiceBuildsItsPageAroundTheRunningBuild)
 
 TEST(QKHelpDeskReleaseNotesView, withoutTheAppcastThePaneKeepsWaiting)
 {
-    QString closedSite;
-    {
-        QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep);
-        ASSERT_TRUE(site.isRunning());
-        closedSite = site.baseURL();
-    }
-    QKSupportSite::setBaseURL(closedSite);
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    ASSERT_TRUE(HelpDeskTest::openWindowAndWaitForCasts(helpDesk));
+    QKHelpDesk *helpDesk = openWithoutSite("Release Notes");
+    ASSERT_NE(helpDesk, nullptr);
     auto *pane = paneOf<QKHelpDeskReleaseNotesView>(helpDesk);
     EXPECT_EQ(pane->pageSource(), Waiting);
     pane->findChild<QComboBox *>("typePopup")->setCurrentIndex(2);
@@ -137,11 +128,10 @@ TEST(QKHelpDeskReleaseNotesView, appcastButtonOpensTheReleaseOrTheBetaFeed)
         return true;
     });
     // A base URL below the site root tells the two forms apart.
-    QKSupportSite::setBaseURL("http://127.0.0.1:9/site/support");
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    helpDesk->_openWindow("Release Notes");
-    auto *button = paneOf<QKHelpDeskReleaseNotesView>(helpDesk)->findChild<QPushButton *>(
-        "appcastButton");
+    QKHelpDesk *helpDesk = openWithoutSite("Release Notes", "http://127.0.0.1:9/site/support");
+    ASSERT_NE(helpDesk, nullptr);
+    auto *button =
+        paneOf<QKHelpDeskReleaseNotesView>(helpDesk)->findChild<QPushButton *>("appcastButton");
 
     button->click(); // Test Host 2.5b1 is a beta build.
     ReleaseBuild release;
@@ -150,6 +140,7 @@ TEST(QKHelpDeskReleaseNotesView, appcastButtonOpensTheReleaseOrTheBetaFeed)
     QKApplication::sharedApplication()->setDelegate(nullptr);
     QKWorkspace::setOpener({});
 
-    EXPECT_EQ(opened, QList<QUrl>({QUrl("http://127.0.0.1:9/users/beta/appcasts/tsth/2/index.php"),
-                                   QUrl("http://127.0.0.1:9/site/support/appcasts/tsth/2/index.xml")}));
+    EXPECT_EQ(opened,
+              QList<QUrl>({QUrl("http://127.0.0.1:9/users/beta/appcasts/tsth/2/index.php"),
+                           QUrl("http://127.0.0.1:9/site/support/appcasts/tsth/2/index.xml")}));
 }

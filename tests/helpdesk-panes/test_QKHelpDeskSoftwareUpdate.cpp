@@ -1,7 +1,6 @@
 #include "PanesTestSupport.h"
 #include "QKHelpDeskDates.h"
 #include "QKHelpDeskSoftwareUpdate.h"
-#include "QKSupportSite.h"
 #include "SUConstants.h"
 #include "SUUpdater.h"
 
@@ -25,8 +24,7 @@ struct Controls
           interval(pane->findChild<QCheckBox *>("checkIntervalButton")),
           popup(pane->findChild<QComboBox *>("checkIntervalPopup")),
           lastCheck(pane->findChild<QLabel *>("lastCheckText"))
-    {
-    }
+    {}
     QCheckBox *startup;
     QCheckBox *interval;
     QComboBox *popup;
@@ -68,7 +66,8 @@ TEST(QKHelpDeskSoftwareUpdate, controlsShowTheStoredSettings)
         }
         EXPECT_EQ(controls.lastCheck->text(), c.lastCheckText);
     }
-    EXPECT_TRUE(HelpDeskTest::logText().contains("the last update check \"yesterday\" is not a date"));
+    EXPECT_TRUE(
+        HelpDeskTest::logText().contains("the last update check \"yesterday\" is not a date"));
 }
 
 TEST(QKHelpDeskSoftwareUpdate, changesAreStoredAndRescheduleTheUpdater)
@@ -107,10 +106,9 @@ TEST(QKHelpDeskSoftwareUpdate, changesAreStoredAndRescheduleTheUpdater)
 
 TEST(QKHelpDeskSoftwareUpdate, checkNowShowsTheTimeOfTheClickEvenWhenTheCheckFails)
 {
-    QKSupportSite::setBaseURL("http://127.0.0.1:9");
     QKHelpDeskDates::setClock([] { return utc({2024, 7, 4}, {20, 30, 59}); });
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    helpDesk->_openWindow("Software Update");
+    QKHelpDesk *helpDesk = openWithoutSite("Software Update");
+    ASSERT_NE(helpDesk, nullptr);
     auto *pane = paneOf<QKHelpDeskSoftwareUpdate>(helpDesk);
     ASSERT_EQ(Controls(pane).lastCheck->text(), "Never");
 

@@ -176,7 +176,11 @@ TEST_F(QKHelpDeskTutorialsTest, bothButtonsFollowTheDownloadAddress)
          base + "/downloads/blob-1048576.bin",
          base + "/tutorials/tsth/2/opening-a-plug-in.html",
          {base + "/downloads/blob-1048576.bin", base + "/tutorials/tsth/2/opening-a-plug-in.html"}},
-        {{0, 1}, true, base + "/downloads/blob-2097152.bin", {}, {base + "/downloads/blob-2097152.bin"}},
+        {{0, 1},
+         true,
+         base + "/downloads/blob-2097152.bin",
+         {},
+         {base + "/downloads/blob-2097152.bin"}},
         {{2}, false, {}, base + "/tutorials/tsth/2/webinar.html", {}},
     };
     for (const Case &c : cases) {
@@ -194,9 +198,9 @@ TEST_F(QKHelpDeskTutorialsTest, bothButtonsFollowTheDownloadAddress)
 
 TEST_F(QKHelpDeskTutorialsTest, withoutAnIndexTheOutlineIsEmptyButTheCheckIsRecorded)
 {
-    QKSupportSite::setBaseURL("http://127.0.0.1:9");
     notifyAboutUpdates(true, true);
     answerAlerts({});
+    QKSupportSite::setBaseURL("http://127.0.0.1:9");
     open();
     EXPECT_EQ(tree->model()->rowCount(), 0);
     EXPECT_TRUE(alertMessages().isEmpty());

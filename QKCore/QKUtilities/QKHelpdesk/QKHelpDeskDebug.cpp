@@ -29,7 +29,7 @@ QKHelpDeskDebug::QKHelpDeskDebug(QWidget *parent)
     connect(ui->defaultThresholdPopup, &QComboBox::activated, this,
             [this] { defaultThresholdChanged(this); });
     connect(ui->openLogButton, &QPushButton::clicked, this, [this] { openLog(this); });
-    connect(ui->addButton, &QPushButton::clicked, this, [this] { openAddRulePanel(this); });
+    connect(ui->addRuleButton, &QPushButton::clicked, this, [this] { openAddRulePanel(this); });
     connect(ui->removeButton, &QPushButton::clicked, this, [this] { removeRule(this); });
     connect(ui->table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &QKHelpDeskDebug::tableViewSelectionDidChange);
