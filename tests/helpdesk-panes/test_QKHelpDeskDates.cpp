@@ -94,22 +94,31 @@ TEST(QKHelpDeskDates, storedTextFormRoundTripsAcrossDaylightSavingTime)
               "2024-11-03 01:30:01 -0500");
 }
 
-TEST(QKHelpDeskDates, storedDatesFallBackToTheReferenceDate)
+TEST(QKHelpDeskDates, storedDatesFallBackWhenMissingOrUnreadable)
 {
+    EXPECT_EQ(QKHelpDeskDates::referenceDate(), utc({2001, 1, 1}, {0, 0}));
+    const QDateTime fallback = utc({2001, 1, 1}, {0, 0});
+    struct Case
+    {
+        QVariant stored;
+        QDateTime date;
+    };
+    const Case cases[] = {
+        {{}, fallback},
+        {"2024-06-25 05:30:00 -0400", utc({2024, 6, 25}, {9, 30})},
+        {utc({2024, 6, 25}, {9, 30, 1}), utc({2024, 6, 25}, {9, 30, 1})},
+        {"last Tuesday", fallback},
+        {QVariantList{1, 2}, fallback},
+    };
     QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
-    const QDateTime reference = utc({2001, 1, 1}, {0, 0});
-    EXPECT_EQ(QKHelpDeskDates::referenceDate(), reference);
-    EXPECT_EQ(QKHelpDeskDates::storedDate("Last Tutorial Check"), reference);
-
-    defaults->setObject("2024-06-25 05:30:00 -0400", "Last Tutorial Check");
-    EXPECT_EQ(QKHelpDeskDates::storedDate("Last Tutorial Check"), utc({2024, 6, 25}, {9, 30}));
-
-    defaults->setObject("last Tuesday", "Last Tutorial Check");
-    EXPECT_EQ(QKHelpDeskDates::storedDate("Last Tutorial Check"), reference);
+    for (const Case &c : cases) {
+        defaults->setObject(c.stored, "Last Tutorial Check");
+        EXPECT_EQ(QKHelpDeskDates::storedDate("Last Tutorial Check", fallback), c.date);
+    }
     EXPECT_TRUE(HelpDeskTest::logText().contains(
         "the stored date \"last Tuesday\" of \"Last Tutorial Check\" is not a date"));
 
-    QKHelpDeskDates::setClock([] { return QDateTime(QDate(2030, 1, 2), QTime(3, 4), Qt::UTC); });
+    QKHelpDeskDates::setClock([] { return utc({2030, 1, 2}, {3, 4}); });
     EXPECT_EQ(QKHelpDeskDates::now(), utc({2030, 1, 2}, {3, 4}));
     QKHelpDeskDates::setClock({});
     EXPECT_LT(qAbs(QKHelpDeskDates::now().secsTo(QDateTime::currentDateTime())), 60);

@@ -67,7 +67,7 @@ TEST(QKHelpDeskSoftwareUpdate, controlsShowTheStoredSettings)
         EXPECT_EQ(controls.lastCheck->text(), c.lastCheckText);
     }
     EXPECT_TRUE(
-        HelpDeskTest::logText().contains("the last update check \"yesterday\" is not a date"));
+        HelpDeskTest::logText().contains("\"yesterday\" of \"SULastCheckTime\" is not a date"));
 }
 
 TEST(QKHelpDeskSoftwareUpdate, changesAreStoredAndRescheduleTheUpdater)

@@ -300,16 +300,17 @@ QString QKHelpDeskDates::description(const QDateTime &date)
     return stringWithCalendarFormat(date, DescriptionFormat);
 }
 
-QDateTime QKHelpDeskDates::storedDate(const QString &key)
+QDateTime QKHelpDeskDates::storedDate(const QString &key, const QDateTime &fallback)
 {
-    const QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
-    if (!defaults->hasKey(key))
-        return referenceDate();
-    const QString text = defaults->stringForKey(key);
-    const QDateTime date = dateWithCalendarFormat(text, DescriptionFormat);
+    const QVariant value = QKUserDefaults::standardUserDefaults()->objectForKey(key);
+    if (!value.isValid())
+        return fallback;
+    if (value.typeId() == QMetaType::QDateTime && value.toDateTime().isValid())
+        return value.toDateTime();
+    const QDateTime date = dateWithCalendarFormat(value.toString(), DescriptionFormat);
     if (date.isValid())
         return date;
-    warn(QStringLiteral("the stored date \"%1\" of \"%2\" is not a date; counting from %3")
-             .arg(text, key, description(referenceDate())));
-    return referenceDate();
+    warn(QStringLiteral("the stored date \"%1\" of \"%2\" is not a date")
+             .arg(value.toString(), key));
+    return fallback;
 }

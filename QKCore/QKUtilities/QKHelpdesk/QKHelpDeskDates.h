@@ -33,7 +33,7 @@ public:
     /** Replaces the clock; an empty one restores the system clock. */
     static void setClock(Clock clock);
 
-    /** 1 January 2001 00:00:00 UTC, the date a missing stored date counts as. */
+    /** 1 January 2001 00:00:00 UTC, what a missing last download or check counts as. */
     static QDateTime referenceDate();
 
     /** @p date in the local time zone written in @p format; empty for an invalid date. */
@@ -45,8 +45,8 @@ public:
     /** @p date in the stored text form, in the local time zone. */
     static QString description(const QDateTime &date);
     /**
-     * The date in the user default @p key, stored in the text form. A missing value gives
-     * referenceDate(); so does a value that does not parse, which is also logged.
+     * The date in the user default @p key: a date value, or text in the stored form. A
+     * missing value gives @p fallback; so does one that is not a date, which is also logged.
      */
-    static QDateTime storedDate(const QString &key);
+    static QDateTime storedDate(const QString &key, const QDateTime &fallback);
 };

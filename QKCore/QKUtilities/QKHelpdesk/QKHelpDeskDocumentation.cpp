@@ -78,7 +78,8 @@ void QKHelpDeskDocumentation::castsDidLoad()
 {
     const QVariantMap docCast = helpDesk() ? helpDesk()->docCast() : QVariantMap();
     const QDateTime published = publishedDate(docCast);
-    const QDateTime last = QKHelpDeskDates::storedDate(LastDownloadKey);
+    const QDateTime last =
+        QKHelpDeskDates::storedDate(LastDownloadKey, QKHelpDeskDates::referenceDate());
 
     const QVariant version = docCast.value(QStringLiteral("version"));
     ui->versionText->setText(version.isValid()

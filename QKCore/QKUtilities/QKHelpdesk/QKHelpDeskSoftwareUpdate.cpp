@@ -6,33 +6,9 @@
 #include "SUConstants.h"
 #include "SUUpdater.h"
 
-#include <QKApplicationLog.h>
 #include <QKUserDefaults.h>
 
 #include <QDateTime>
-
-namespace {
-
-/** The last check as the settings hold it: the framework writes a date; a text in the
- *  stored date form is read as well. Invalid when there was none or it cannot be read. */
-QDateTime lastCheckTime()
-{
-    const QVariant value = QKUserDefaults::standardUserDefaults()->objectForKey(SULastCheckTimeKey);
-    if (!value.isValid())
-        return QDateTime();
-    QDateTime date = value.typeId() == QMetaType::QDateTime
-                         ? value.toDateTime()
-                         : QKHelpDeskDates::dateWithCalendarFormat(
-                               value.toString(), QKHelpDeskDates::DescriptionFormat);
-    if (!date.isValid()) {
-        QKApplicationLog::sharedLog()->warning(
-            QKApplicationLogContext(QStringLiteral("QKHelpDesk")),
-            QStringLiteral("the last update check \"%1\" is not a date").arg(value.toString()));
-    }
-    return date;
-}
-
-} // namespace
 
 const QString QKHelpDeskSoftwareUpdate::LastCheckFormat = QStringLiteral("%1m/%e/%y %1I:%M %p");
 
@@ -71,7 +47,7 @@ void QKHelpDeskSoftwareUpdate::awakeFromNib()
     ui->checkIntervalButton->setChecked(interval != 0);
     if (interval != 0)
         ui->checkIntervalPopup->selectItemWithTag(int(interval));
-    const QDateTime last = lastCheckTime();
+    const QDateTime last = QKHelpDeskDates::storedDate(SULastCheckTimeKey, QDateTime());
     ui->lastCheckText->setText(
         last.isValid() ? QKHelpDeskDates::stringWithCalendarFormat(last, LastCheckFormat)
                        : QStringLiteral("Never"));

@@ -95,7 +95,8 @@ void QKHelpDeskTutorials::awakeFromNib()
 void QKHelpDeskTutorials::castsDidLoad()
 {
     const QVariantList tutorials = helpDesk() ? helpDesk()->tutorialCast() : QVariantList();
-    const QDateTime last = QKHelpDeskDates::storedDate(LastCheckKey);
+    const QDateTime last =
+        QKHelpDeskDates::storedDate(LastCheckKey, QKHelpDeskDates::referenceDate());
     QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
     if (defaults->boolForKey(NotifyKey) && containsUpdates(tutorials, last)) {
         const int answer = QKAlert::runModal(
