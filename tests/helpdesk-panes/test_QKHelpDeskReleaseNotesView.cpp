@@ -109,18 +109,7 @@ TEST(QKHelpDeskReleaseNotesView, eachChoiceBuildsItsPageAroundTheRunningBuild)
     EXPECT_EQ(pane->pageSource(), cases[2].older);
 }
 
-TEST(QKHelpDeskReleaseNotesView, withoutTheAppcastThePaneKeepsWaiting)
-{
-    QKHelpDesk *helpDesk = openWithoutSite("Release Notes");
-    ASSERT_NE(helpDesk, nullptr);
-    auto *pane = paneOf<QKHelpDeskReleaseNotesView>(helpDesk);
-    EXPECT_EQ(pane->pageSource(), Waiting);
-    pane->findChild<QComboBox *>("typePopup")->setCurrentIndex(2);
-    pane->changeType();
-    EXPECT_EQ(pane->pageSource(), Waiting);
-}
-
-TEST(QKHelpDeskReleaseNotesView, appcastButtonOpensTheReleaseOrTheBetaFeed)
+TEST(QKHelpDeskReleaseNotesView, withoutASiteThePaneWaitsAndTheButtonOpensReleaseOrBetaFeed)
 {
     QList<QUrl> opened;
     QKWorkspace::setOpener([&](const QUrl &url) {
@@ -130,16 +119,18 @@ TEST(QKHelpDeskReleaseNotesView, appcastButtonOpensTheReleaseOrTheBetaFeed)
     // A base URL below the site root tells the two forms apart.
     QKHelpDesk *helpDesk = openWithoutSite("Release Notes", "http://127.0.0.1:9/site/support");
     ASSERT_NE(helpDesk, nullptr);
-    auto *button =
-        paneOf<QKHelpDeskReleaseNotesView>(helpDesk)->findChild<QPushButton *>("appcastButton");
+    auto *pane = paneOf<QKHelpDeskReleaseNotesView>(helpDesk);
+    pane->findChild<QComboBox *>("typePopup")->setCurrentIndex(2);
+    pane->changeType();
+    EXPECT_EQ(pane->pageSource(), Waiting);
 
+    auto *button = pane->findChild<QPushButton *>("appcastButton");
     button->click(); // Test Host 2.5b1 is a beta build.
     ReleaseBuild release;
     QKApplication::sharedApplication()->setDelegate(&release);
     button->click();
     QKApplication::sharedApplication()->setDelegate(nullptr);
     QKWorkspace::setOpener({});
-
     EXPECT_EQ(opened,
               QList<QUrl>({QUrl("http://127.0.0.1:9/users/beta/appcasts/tsth/2/index.php"),
                            QUrl("http://127.0.0.1:9/site/support/appcasts/tsth/2/index.xml")}));

@@ -15,24 +15,6 @@
 
 using namespace PanesTest;
 
-namespace {
-
-struct Controls
-{
-    explicit Controls(QKHelpDeskSoftwareUpdate *pane)
-        : startup(pane->findChild<QCheckBox *>("checkAtStartupButton")),
-          interval(pane->findChild<QCheckBox *>("checkIntervalButton")),
-          popup(pane->findChild<QComboBox *>("checkIntervalPopup")),
-          lastCheck(pane->findChild<QLabel *>("lastCheckText"))
-    {}
-    QCheckBox *startup;
-    QCheckBox *interval;
-    QComboBox *popup;
-    QLabel *lastCheck;
-};
-
-} // namespace
-
 TEST(QKHelpDeskSoftwareUpdate, controlsShowTheStoredSettings)
 {
     constexpr int anyIndex = -2;
@@ -58,65 +40,58 @@ TEST(QKHelpDeskSoftwareUpdate, controlsShowTheStoredSettings)
         defaults->setObject(c.lastCheck, SULastCheckTimeKey);
         QKHelpDeskSoftwareUpdate pane;
         pane.awakeFromNib();
-        const Controls controls(&pane);
-        EXPECT_EQ(controls.startup->isChecked(), c.startupBox);
-        EXPECT_EQ(controls.interval->isChecked(), c.intervalBox);
-        if (c.popupIndex != anyIndex) {
-            EXPECT_EQ(controls.popup->currentIndex(), c.popupIndex);
-        }
-        EXPECT_EQ(controls.lastCheck->text(), c.lastCheckText);
-    }
-    EXPECT_TRUE(
-        HelpDeskTest::logText().contains("\"yesterday\" of \"SULastCheckTime\" is not a date"));
-}
-
-TEST(QKHelpDeskSoftwareUpdate, changesAreStoredAndRescheduleTheUpdater)
-{
-    struct Case
-    {
-        bool startupBox, intervalBox;
-        int popupIndex;
-        bool storedStartup;
-        qint64 storedInterval;
-    };
-    const Case cases[] = {
-        {true, true, 2, true, 604800},
-        {false, true, 0, false, 3600},
-        {true, false, 3, true, 0}, // the menu does not count while the box is off
-        {false, true, -1, false, 0},
-    };
-    QKHelpDeskSoftwareUpdate pane;
-    pane.setHelpDesk(HelpDeskTest::startHelpDesk());
-    pane.awakeFromNib();
-    const Controls controls(&pane);
-    const QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
-    for (const Case &c : cases) {
-        controls.popup->setCurrentIndex(c.popupIndex);
-        emit controls.popup->activated(c.popupIndex);
-        // Clicks toggle the boxes into the wanted state, each one an action.
-        controls.startup->setChecked(!c.startupBox);
-        controls.startup->click();
-        controls.interval->setChecked(!c.intervalBox);
-        controls.interval->click();
-        EXPECT_EQ(defaults->boolForKey(SUCheckAtStartupKey), c.storedStartup);
-        EXPECT_EQ(defaults->integerForKey(SUScheduledCheckIntervalKey), c.storedInterval);
-        EXPECT_EQ(pane.helpDesk()->sparkle()->scheduledCheckInterval(), double(c.storedInterval));
+        EXPECT_EQ(pane.findChild<QCheckBox *>("checkAtStartupButton")->isChecked(), c.startupBox);
+        EXPECT_EQ(pane.findChild<QCheckBox *>("checkIntervalButton")->isChecked(), c.intervalBox);
+        const int index = pane.findChild<QComboBox *>("checkIntervalPopup")->currentIndex();
+        EXPECT_TRUE(c.popupIndex == anyIndex || index == c.popupIndex);
+        EXPECT_EQ(pane.findChild<QLabel *>("lastCheckText")->text(), c.lastCheckText);
     }
 }
 
-TEST(QKHelpDeskSoftwareUpdate, checkNowShowsTheTimeOfTheClickEvenWhenTheCheckFails)
+TEST(QKHelpDeskSoftwareUpdate, changesRescheduleTheUpdaterAndCheckNowShowsTheClick)
 {
     QKHelpDeskDates::setClock([] { return utc({2024, 7, 4}, {20, 30, 59}); });
     QKHelpDesk *helpDesk = openWithoutSite("Software Update");
     ASSERT_NE(helpDesk, nullptr);
     auto *pane = paneOf<QKHelpDeskSoftwareUpdate>(helpDesk);
-    ASSERT_EQ(Controls(pane).lastCheck->text(), "Never");
+    auto *startup = pane->findChild<QCheckBox *>("checkAtStartupButton");
+    auto *interval = pane->findChild<QCheckBox *>("checkIntervalButton");
+    auto *popup = pane->findChild<QComboBox *>("checkIntervalPopup");
+    const QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
 
+    struct Case
+    {
+        bool startupBox, intervalBox;
+        int popupIndex;
+        qint64 storedInterval;
+    };
+    const Case cases[] = {
+        {true, true, 2, 604800},
+        {false, true, 0, 3600},
+        {true, false, 3, 0}, // the menu does not count while the box is off
+        {false, true, -1, 0},
+    };
+    for (const Case &c : cases) {
+        popup->setCurrentIndex(c.popupIndex);
+        emit popup->activated(c.popupIndex);
+        // Clicks toggle the boxes into the wanted state, each one an action.
+        startup->setChecked(!c.startupBox);
+        startup->click();
+        interval->setChecked(!c.intervalBox);
+        interval->click();
+        EXPECT_EQ(defaults->boolForKey(SUCheckAtStartupKey), c.startupBox);
+        EXPECT_EQ(defaults->integerForKey(SUScheduledCheckIntervalKey), c.storedInterval);
+        EXPECT_EQ(helpDesk->sparkle()->scheduledCheckInterval(), double(c.storedInterval));
+    }
+
+    // The check fails (there is no site), but the line keeps the time of the click.
+    auto *lastCheck = pane->findChild<QLabel *>("lastCheckText");
+    ASSERT_EQ(lastCheck->text(), "Never");
     QSignalSpy checked(helpDesk->sparkle(), &SUUpdater::checkFinished);
     QKHelpDesk::openWindow("Check for Updates");
-    EXPECT_EQ(Controls(pane).lastCheck->text(), "7/4/24 4:30 PM");
+    EXPECT_EQ(lastCheck->text(), "7/4/24 4:30 PM");
     ASSERT_TRUE(checked.wait(30000));
-    EXPECT_FALSE(checked.at(0).at(0).toBool()) << "no feed was read";
-    EXPECT_EQ(Controls(pane).lastCheck->text(), "7/4/24 4:30 PM");
+    EXPECT_FALSE(checked.at(0).at(0).toBool());
+    EXPECT_EQ(lastCheck->text(), "7/4/24 4:30 PM");
     QKHelpDeskDates::setClock({});
 }
