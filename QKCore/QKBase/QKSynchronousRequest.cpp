@@ -3,6 +3,7 @@
 #include "QKMultipartRequest.h"
 
 #include <QEventLoop>
+#include <QMutex>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -10,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 
 namespace {
 
@@ -37,13 +39,48 @@ bool isHttpStatusError(QNetworkReply::NetworkError error)
 
 using Starter = std::function<QNetworkReply *(QNetworkAccessManager &)>;
 
+// Replies under way on every thread, so that the application can end them when it quits.
+QMutex s_inFlightMutex;
+std::set<QNetworkReply *> s_inFlight;
+bool s_refusing = false;
+
+// Keeps a reply in the in-flight set for as long as it exists.
+class InFlight
+{
+public:
+    explicit InFlight(QNetworkReply *reply) : m_reply(reply)
+    {
+        QMutexLocker lock(&s_inFlightMutex);
+        s_inFlight.insert(reply);
+    }
+    ~InFlight()
+    {
+        QMutexLocker lock(&s_inFlightMutex);
+        s_inFlight.erase(m_reply);
+    }
+    InFlight(const InFlight &) = delete;
+    InFlight &operator=(const InFlight &) = delete;
+
+private:
+    QNetworkReply *m_reply;
+};
+
 QKSynchronousRequest::Reply run(const Starter &start, std::chrono::milliseconds timeout)
 {
     // Everything lives in this thread and dies before the call returns, so a worker
     // thread needs no event loop of its own.
+    {
+        QMutexLocker lock(&s_inFlightMutex);
+        if (s_refusing) {
+            QKSynchronousRequest::Reply refused;
+            refused.errorString = QStringLiteral("The application is quitting");
+            return refused;
+        }
+    }
     QNetworkAccessManager manager;
     manager.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
     const std::unique_ptr<QNetworkReply> reply(start(manager));
+    const InFlight inFlight(reply.get());
 
     bool timedOut = false;
     if (!reply->isFinished()) {
@@ -89,4 +126,13 @@ QKSynchronousRequest::Reply QKSynchronousRequest::post(const QKMultipartRequest 
                                                        std::chrono::milliseconds timeout)
 {
     return run([&](QNetworkAccessManager &manager) { return request.post(&manager); }, timeout);
+}
+
+void QKSynchronousRequest::abortAll()
+{
+    QMutexLocker lock(&s_inFlightMutex);
+    s_refusing = true;
+    // Each reply belongs to its own thread; the abort runs there, in the loop that waits.
+    for (QNetworkReply *reply : s_inFlight)
+        QMetaObject::invokeMethod(reply, &QNetworkReply::abort, Qt::QueuedConnection);
 }

@@ -50,4 +50,8 @@ public:
     /** Posts the form of @p request. The exchange is abandoned after @p timeout. */
     static Reply post(const QKMultipartRequest &request,
                       std::chrono::milliseconds timeout = DefaultTimeout);
+
+    /** Ends every exchange under way on any thread with an error and refuses new ones
+     *  from now on, so that worker threads finish promptly while the application quits. */
+    static void abortAll();
 };

@@ -25,6 +25,7 @@
 #include <QKBundle.h>
 #include <QKFile.h>
 #include <QKMenus.h>
+#include <QKSynchronousRequest.h>
 #include <QKUserDefaults.h>
 #include <QKWorkspace.h>
 
@@ -98,6 +99,16 @@ struct QKHelpDesk::Private
     QVariantMap docCast;
     QVariantList tutorialCast;
     SUUpdater *sparkle = nullptr;
+    // Joined before the help desk goes away: its last step posts the casts to this object.
+    std::thread castsThread;
+
+    void stopLoadingCasts()
+    {
+        if (!castsThread.joinable())
+            return;
+        QKSynchronousRequest::abortAll();
+        castsThread.join();
+    }
 
     QNetworkAccessManager *network = nullptr;
     QPointer<QKHelpDeskDownload> downloader;
@@ -154,7 +165,10 @@ QKHelpDesk::QKHelpDesk() : d(std::make_unique<Private>())
     registerDefaults();
 }
 
-QKHelpDesk::~QKHelpDesk() = default;
+QKHelpDesk::~QKHelpDesk()
+{
+    d->stopLoadingCasts();
+}
 
 void QKHelpDesk::init()
 {
@@ -319,6 +333,8 @@ void QKHelpDesk::castsDidLoad()
 
 void QKHelpDesk::applicationWillTerminate()
 {
+    // Network requests of worker threads end now, so the process can quit cleanly.
+    d->stopLoadingCasts();
     QKFile::removeItemAtPath(launchFilePath());
     if (const QKApplication *app = QKApplication::sharedApplication())
         QKFile::emptyDirectoryAtPath(app->tempDirectory());
@@ -374,7 +390,7 @@ void QKHelpDesk::awakeFromNib()
         const QRect area = screen->availableGeometry();
         d->window->move(area.center() - QPoint(d->window->width() / 2, d->window->height() / 2));
     }
-    std::thread([this] { loadCasts(); }).detach();
+    d->castsThread = std::thread([this] { loadCasts(); });
 }
 
 QAction *QKHelpDesk::toolbarItemForItemIdentifier(QKHelpDeskToolbar *, const QString &identifier,
