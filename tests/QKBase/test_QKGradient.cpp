@@ -1,11 +1,9 @@
 #include "QKGradient.h"
-#include "QKTestPrinters.h"
+#include "QKTestSupport.h"
 
 #include <QImage>
 #include <QPainter>
 #include <QPainterPath>
-
-#include <gtest/gtest.h>
 
 #include <functional>
 
@@ -63,7 +61,7 @@ TEST(QKGradient, colorAtPositionFollowsTheStopsAndTheirMidpoints)
     EXPECT_GT(early.colorAtPosition(0.1).redF(), 0.3);
 }
 
-TEST(QKGradient, stopsAreOrderedAndClamped)
+TEST(QKGradient, stopsAreOrderedAndClampedAndEmptyGradientsPaintNothing)
 {
     const QKGradient gradient({{Qt::red, 1.5}, {Qt::blue, -0.5}, {Qt::green, 0.5}});
     const QList<QKGradientStop> stops = gradient.stops();
@@ -72,9 +70,13 @@ TEST(QKGradient, stopsAreOrderedAndClamped)
     EXPECT_EQ(stops[0].position, 0);
     EXPECT_EQ(stops[2].color, QColor(Qt::red));
     EXPECT_EQ(stops[2].position, 1);
+    EXPECT_EQ(QKGradient({{Qt::red, 0.3}}).colorAtPosition(0.9), QColor(Qt::red));
 
     EXPECT_FALSE(QKGradient().colorAtPosition(0.5).isValid());
-    EXPECT_EQ(QKGradient({{Qt::red, 0.3}}).colorAtPosition(0.9), QColor(Qt::red));
+    const QImage image = paint(QSize(10, 10), [](QPainter *painter) {
+        QKGradient().fillRect(painter, QRectF(0, 0, 10, 10), 90);
+    });
+    EXPECT_EQ(qAlpha(image.pixel(5, 5)), 0);
 }
 
 TEST(QKGradient, ninetyDegreesPaintsFromBottomToTop)
@@ -133,12 +135,4 @@ TEST(QKGradient, fillPathPaintsOnlyInsideOverThePathsBounds)
     EXPECT_NEAR(grey(image, 100, 51), expectedGrey(gradient, 0.985), 2);
     EXPECT_LE(grey(image, 100, 148), 1);
     EXPECT_NEAR(grey(image, 100, 75), expectedGrey(gradient, 0.745), 2);
-}
-
-TEST(QKGradient, emptyGradientPaintsNothing)
-{
-    const QImage image = paint(QSize(10, 10), [](QPainter *painter) {
-        QKGradient().fillRect(painter, QRectF(0, 0, 10, 10), 90);
-    });
-    EXPECT_EQ(qAlpha(image.pixel(5, 5)), 0);
 }
