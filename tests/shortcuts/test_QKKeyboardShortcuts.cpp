@@ -11,7 +11,6 @@
 #include <QKUserDefaults.h>
 
 #include <QAction>
-#include <QDir>
 #include <QFile>
 #include <QGuiApplication>
 #include <QScreen>
@@ -27,11 +26,9 @@ QKKeyboardShortcuts *registry()
     return QKKeyboardShortcuts::sharedInstance();
 }
 
-QKKeyboardShortcuts *loadedRegistry()
+QKUserDefaults *defaults()
 {
-    installDefaultList();
-    registry()->loadShortcutsFromPreferencesWithChanges(true);
-    return registry();
+    return QKUserDefaults::standardUserDefaults();
 }
 
 QKShortcutKey keyOf(const QByteArray &action)
@@ -40,58 +37,60 @@ QKShortcutKey keyOf(const QByteArray &action)
     return shortcut ? *shortcut->key() : QKShortcutKey(0xFFFF, 0xFFFF);
 }
 
-QKUserDefaults *defaults()
-{
-    return QKUserDefaults::standardUserDefaults();
-}
-
 // The stored changes as the registry will read them at the next launch.
 QVariant storedChanges()
 {
     return QKPropertyList::fromData(defaults()->dataForKey(QKKeyboardShortcuts::CustomKey));
 }
 
-void relaunch()
+void load()
 {
-    QKUserDefaults::resetStandardUserDefaults();
     registry()->loadShortcutsFromPreferencesWithChanges(true);
 }
 
-QString writeExchangeFile(const QString &name, const QVariant &contents)
+void relaunch()
 {
-    const QString path = QDir(QKTestEnvironment::homePath()).filePath(name);
-    QKPropertyList::writeFile(contents, path);
-    return path;
+    QKUserDefaults::resetStandardUserDefaults();
+    load();
 }
 
-void answerPanelsWith(const QString &path, QList<QKFilePanelRequest> *requests = nullptr,
-                      QList<bool> *saves = nullptr)
+// Answers the next file panels with @p path (cancels when empty), recording the requests.
+struct FilePanels
 {
-    QKFilePanels::setAnswerer([=](const QKFilePanelRequest &request, bool save) {
-        if (requests)
-            requests->append(request);
-        if (saves)
-            saves->append(save);
-        return path.isEmpty() ? QStringList() : QStringList{path};
-    });
-}
+    QList<QKFilePanelRequest> requests;
+    QList<bool> saves;
+
+    void answer(const QString &path)
+    {
+        QKFilePanels::setAnswerer([=, this](const QKFilePanelRequest &request, bool save) {
+            requests << request;
+            saves << save;
+            return path.isEmpty() ? QStringList() : QStringList{path};
+        });
+    }
+};
+
+class Registry : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        installBundle();
+        load();
+    }
+};
 
 } // namespace
 
-TEST(QKKeyboardShortcuts, oneSharedInstance)
+TEST(QKKeyboardShortcuts, oneSharedInstanceWithPanelDefaults)
 {
-    EXPECT_EQ(QKKeyboardShortcuts::sharedInstance(), QKKeyboardShortcuts::sharedInstance());
+    EXPECT_EQ(QKKeyboardShortcuts::sharedInstance(), registry());
     EXPECT_TRUE(registry()->groups().isEmpty());
-    EXPECT_EQ(registry()->editor(), nullptr);
     // Opening the panel before loading does nothing.
     QKKeyboardShortcuts::openPanel();
     QKKeyboardShortcuts::togglePanel();
     EXPECT_EQ(registry()->editor(), nullptr);
-}
 
-TEST(QKKeyboardShortcuts, registersPanelDefaults)
-{
-    registry();
     EXPECT_TRUE(defaults()->boolForKey(QKKeyboardShortcuts::OpenKey));
     const QRectF frame = NSRectFromString(defaults()->stringForKey(QKKeyboardShortcuts::FrameKey));
     const QRectF visible = QKPanelFrame::mainScreenVisibleFrame();
@@ -111,25 +110,21 @@ TEST(QKPanelFrame, framesRunUpFromTheBottomOfTheMainScreen)
               QRect(screen.x(), screen.y() + screen.height() - 10, 10, 10));
 }
 
-TEST(QKKeyboardShortcuts, loadsGroupsFromTheBundleResource)
+TEST_F(Registry, loadsGroupsFromTheBundleAndShowsTheirKeysInTheMenus)
 {
-    loadedRegistry();
     const QList<QKShortcutGroup *> groups = registry()->groups();
     ASSERT_EQ(groups.size(), 3);
-    EXPECT_EQ(groups.at(0)->name(), QStringLiteral("File"));
-    EXPECT_EQ(groups.at(2)->name(), QStringLiteral("Nudge"));
+    EXPECT_EQ(groups.at(0)->name(), u"File"_s);
+    EXPECT_EQ(groups.at(2)->name(), u"Nudge"_s);
     EXPECT_FALSE(groups.at(2)->isMenu());
     EXPECT_EQ(registry()->shortcutWithAction("undoChange:"), groups.at(1)->shortcutAt(1));
     EXPECT_EQ(registry()->shortcutWithKey(QKShortcutKey(0xF703, 0)), groups.at(2)->shortcutAt(1));
     EXPECT_EQ(registry()->shortcutWithKey(QKShortcutKey(u'y', Command)), nullptr);
     EXPECT_EQ(registry()->shortcutWithAction("nothing:"), nullptr);
-}
 
-TEST(QKKeyboardShortcuts, loadingShowsDefaultKeysInTheMenus)
-{
     Window window;
     window.activate();
-    loadedRegistry();
+    load();
     EXPECT_EQ(QKMainMenu::itemForPath({"New Track"})->shortcut(),
               QKeySequence(Qt::CTRL | Qt::Key_T));
     EXPECT_EQ(QKMainMenu::itemForPath({"Export", "As Text"})->shortcut(),
@@ -138,9 +133,8 @@ TEST(QKKeyboardShortcuts, loadingShowsDefaultKeysInTheMenus)
               QKeySequence(Qt::CTRL | Qt::Key_Backspace));
 }
 
-TEST(QKKeyboardShortcuts, keyLookupsKeepFirstHitOrderAcrossKeyChanges)
+TEST_F(Registry, keyLookupsKeepFirstHitOrderAcrossKeyChanges)
 {
-    loadedRegistry();
     QKShortcut *newTrack = registry()->shortcutWithAction("newTrack:");
     QKShortcut *undo = registry()->shortcutWithAction("undoChange:");
     const QKShortcutKey commandT(u't', Command);
@@ -158,31 +152,31 @@ TEST(QKKeyboardShortcuts, keyLookupsKeepFirstHitOrderAcrossKeyChanges)
 
 TEST(QKKeyboardShortcuts, missingOrMalformedResourceGivesNoGroups)
 {
-    installEmptyBundle();
-    registry()->loadShortcutsFromPreferencesWithChanges(true);
+    installBundle(QByteArray());
+    load();
     EXPECT_TRUE(registry()->groups().isEmpty());
-    EXPECT_TRUE(logText().contains(QStringLiteral("shortcuts.xml is missing")));
+    EXPECT_TRUE(logText().contains(u"shortcuts.xml is missing"_s));
 
     for (const QByteArray &contents :
          {QByteArray("<?xml version=\"1.0\"?><plist><array><dict><key>name"),
           QByteArray("<plist version=\"1.0\"><dict><key>name</key><string>File</string></dict>"
                      "</plist>"),
           QByteArray("\x00\x01 not a property list")}) {
-        installDefaultList();
-        registry()->loadShortcutsFromPreferencesWithChanges(true);
+        SCOPED_TRACE(contents.toStdString());
+        installBundle();
+        load();
         ASSERT_EQ(registry()->groups().size(), 3);
-        installRawResource(contents);
-        registry()->loadShortcutsFromPreferencesWithChanges(true);
-        EXPECT_TRUE(registry()->groups().isEmpty()) << contents.constData();
+        installBundle(contents);
+        load();
+        EXPECT_TRUE(registry()->groups().isEmpty());
         EXPECT_EQ(registry()->shortcutWithKey(QKShortcutKey(u't', Command)), nullptr);
     }
-    EXPECT_TRUE(logText().contains(QStringLiteral("not a property list array")));
+    EXPECT_TRUE(logText().contains(u"not a property list array"_s));
     EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
 }
 
-TEST(QKKeyboardShortcuts, loadChangesTakesTheKeyFromItsHolder)
+TEST_F(Registry, loadChangesTakesTheKeyFromItsHolder)
 {
-    loadedRegistry();
     // ⌘T moves from New Track to Undo Change.
     registry()->loadChanges({shortcutState("Undo Change", "undoChange:", u't', Command)});
     EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u't', Command));
@@ -198,145 +192,128 @@ TEST(QKKeyboardShortcuts, loadChangesTakesTheKeyFromItsHolder)
                                          {"character", 0xF700},
                                          {"modifiers", 0}}});
     const QKShortcut *left = registry()->shortcutWithAction("nudgeLeft:");
-    EXPECT_EQ(left->name(), QStringLiteral("Nudge Left"));
+    EXPECT_EQ(left->name(), u"Nudge Left"_s);
     EXPECT_EQ(left->tag(), 0);
     EXPECT_TRUE(left->enabled());
     EXPECT_EQ(*left->key(), QKShortcutKey(0xF700, 0));
 
     // A change for an action that no longer exists still frees its key; entries that are not
     // dictionaries are skipped.
-    registry()->loadChanges(
-        {QStringLiteral("junk"), shortcutState("Gone", "removedAction:", u'r', Command)});
+    registry()->loadChanges({u"junk"_s, shortcutState("Gone", "removedAction:", u'r', Command)});
     EXPECT_TRUE(keyOf("showResume:").isClear());
     EXPECT_EQ(registry()->shortcutWithAction("removedAction:"), nullptr);
     EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u't', Command));
 }
 
-TEST(QKKeyboardShortcuts, changedShortcutsListsKeysThatDifferFromTheDefaults)
+TEST_F(Registry, changedKeysAreStoredAndComeBackAtTheNextLaunch)
 {
-    loadedRegistry();
     EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
-
-    // Switching off is not a change.
-    registry()->shortcutWithAction("newTrack:")->setEnabled(false);
+    // Switching off is not a change, and does not outlive the next load.
+    registry()->groups().at(0)->setEnabled(false);
     EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
+    registry()->saveToDefaults();
+    EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
 
     registry()->shortcutWithAction("nudgeRight:")->setKey(QKShortcutKey(u'.', Command));
     registry()->shortcutWithAction("exportText:")->clearKey();
     const QVariantList changes = registry()->changedShortcuts();
-    ASSERT_EQ(changes.size(), 2);
     // In the order of the default list, each the full current state.
+    ASSERT_EQ(changes.size(), 2);
     EXPECT_EQ(changes.at(0).toMap(), registry()->shortcutWithAction("exportText:")->state());
-    EXPECT_EQ(changes.at(1).toMap().value("action").toString(), QStringLiteral("nudgeRight:"));
-    EXPECT_EQ(changes.at(1).toMap().value("character").toInt(), int(u'.'));
-    EXPECT_EQ(changes.at(1).toMap().size(), 7);
-}
+    EXPECT_EQ(changes.at(1).toMap(), registry()->shortcutWithAction("nudgeRight:")->state());
 
-TEST(QKKeyboardShortcuts, savedChangesComeBackAtTheNextLaunch)
-{
-    loadedRegistry();
     registry()->shortcutWithAction("undoChange:")->setKey(QKShortcutKey(u't', Command));
     registry()->saveToDefaults();
-    const QVariant stored = storedChanges();
-    ASSERT_EQ(stored.typeId(), QMetaType::QVariantList);
-    EXPECT_EQ(stored.toList().size(), 1);
     // Kept as a binary property list in a data value.
     EXPECT_TRUE(defaults()->dataForKey(QKKeyboardShortcuts::CustomKey).startsWith("bplist"));
+    EXPECT_EQ(storedChanges().toList().size(), 3);
 
-    // At the next launch the other holder of the key ends up without a key.
+    // At the next launch the other holder of a key ends up without it.
     relaunch();
+    EXPECT_EQ(registry()->groups().at(0)->enabledState(), 1);
     EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u't', Command));
     EXPECT_TRUE(keyOf("newTrack:").isClear());
+    EXPECT_EQ(keyOf("nudgeRight:"), QKShortcutKey(u'.', Command));
+    EXPECT_TRUE(keyOf("exportText:").isClear());
 
-    // Without changes the key is removed.
+    // Without changes the stored value goes.
     registry()->loadShortcutsFromPreferencesWithChanges(false);
     registry()->saveToDefaults();
     EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
 }
 
-TEST(QKKeyboardShortcuts, enabledChangesLastUntilTheNextLoad)
-{
-    loadedRegistry();
-    registry()->groups().at(0)->setEnabled(false);
-    registry()->saveToDefaults();
-    EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
-    relaunch();
-    EXPECT_EQ(registry()->groups().at(0)->enabledState(), 1);
-}
-
 TEST(QKKeyboardShortcuts, undecodableStoredChangesApplyNothingAndLoseNothing)
 {
-    installDefaultList();
+    installBundle();
     const QByteArray garbage("bplist00 this is not what was archived");
     defaults()->setObject(garbage, QKKeyboardShortcuts::CustomKey);
-    registry()->loadShortcutsFromPreferencesWithChanges(true);
+    load();
     ASSERT_EQ(registry()->groups().size(), 3);
     EXPECT_EQ(keyOf("newTrack:"), QKShortcutKey(u't', Command));
     EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
     EXPECT_EQ(defaults()->dataForKey(QKKeyboardShortcuts::CustomKey), garbage);
-    EXPECT_TRUE(logText().contains(QStringLiteral("undecodable shortcut changes")));
+    EXPECT_TRUE(logText().contains(u"undecodable shortcut changes"_s));
 
     // A stored value of another type is no change either.
-    defaults()->setObject(QStringLiteral("text"), QKKeyboardShortcuts::CustomKey);
-    registry()->loadShortcutsFromPreferencesWithChanges(true);
+    defaults()->setObject(u"text"_s, QKKeyboardShortcuts::CustomKey);
+    load();
     EXPECT_EQ(keyOf("newTrack:"), QKShortcutKey(u't', Command));
 }
 
-TEST(QKKeyboardShortcuts, exportWritesTheChangesAsAPropertyList)
+TEST_F(Registry, exportWritesTheChangesAsAPropertyList)
 {
-    loadedRegistry();
-    const QString path = QDir(QKTestEnvironment::homePath()).filePath("mine.qkshortcuts");
-    QList<QKFilePanelRequest> requests;
-    QList<bool> saves;
-    answerPanelsWith(path, &requests, &saves);
-
+    const QString path = QKTestEnvironment::homeFile(u"mine.qkshortcuts"_s);
+    FilePanels panels;
+    panels.answer(path);
     // No changes: an empty array.
     registry()->saveShortcuts(nullptr);
-    ASSERT_EQ(requests.size(), 1);
-    EXPECT_EQ(saves, QList<bool>{true});
-    EXPECT_EQ(requests.at(0).fileTypes, QStringList{"qkshortcuts"});
-    QVariant written = QKPropertyList::readFile(path);
-    EXPECT_EQ(written.typeId(), QMetaType::QVariantList);
-    EXPECT_TRUE(written.toList().isEmpty());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(file.readAll().startsWith("<?xml"));
+    EXPECT_EQ(panels.saves, QList<bool>{true});
+    EXPECT_EQ(panels.requests.at(0).fileTypes, QStringList{"qkshortcuts"});
+    EXPECT_TRUE(QKTestEnvironment::readAll(path).startsWith("<?xml"));
+    EXPECT_EQ(QKPropertyList::readFile(path), QVariant(QVariantList()));
 
     registry()->shortcutWithAction("showResume:")->setKey(QKShortcutKey(0xF704, Option));
     registry()->saveShortcuts(nullptr);
-    written = QKPropertyList::readFile(path);
-    EXPECT_EQ(written.toList(), registry()->changedShortcuts());
-    EXPECT_EQ(written.toList().size(), 1);
+    EXPECT_EQ(QKPropertyList::readFile(path).toList(), registry()->changedShortcuts());
+    EXPECT_EQ(registry()->changedShortcuts().size(), 1);
 
-    // Cancelled: nothing written.
+    // Cancelled: nothing written. An unwritable place is logged.
     QFile::remove(path);
-    answerPanelsWith(QString());
+    panels.answer(QString());
     registry()->saveShortcuts(nullptr);
     EXPECT_FALSE(QFile::exists(path));
-
-    // An unwritable place is logged.
-    answerPanelsWith(QDir(QKTestEnvironment::homePath()).filePath("no/such/folder/x.qkshortcuts"));
+    panels.answer(QKTestEnvironment::homeFile(u"no/such/folder/x.qkshortcuts"_s));
     registry()->saveShortcuts(nullptr);
-    EXPECT_TRUE(logText().contains(QStringLiteral("Could not export the shortcuts")));
+    EXPECT_TRUE(logText().contains(u"Could not export the shortcuts"_s));
 }
 
-TEST(QKKeyboardShortcuts, importAddsToThePresentChanges)
+TEST_F(Registry, importAddsToThePresentChangesAndBadFilesChangeNothing)
 {
-    loadedRegistry();
+    const QString bad = QKTestEnvironment::homeFile(u"dict.qkshortcuts"_s);
+    QKPropertyList::writeFile(QVariantMap{{"action", "undoChange:"}}, bad);
+    FilePanels panels;
+    for (const QString &path : {bad, QKTestEnvironment::homeFile(u"missing.qkshortcuts"_s)}) {
+        panels.answer(path);
+        registry()->loadShortcuts(static_cast<QObject *>(nullptr));
+        EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u'z', Command));
+        EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
+    }
+    EXPECT_TRUE(logText().contains(u"Imported no shortcuts"_s));
+    panels.answer(QString());
+    registry()->loadShortcuts(static_cast<QObject *>(nullptr));
+    EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
+
     registry()->shortcutWithAction("nudgeLeft:")->setKey(QKShortcutKey(u'[', Command));
     registry()->saveToDefaults();
-
-    const QString path =
-        writeExchangeFile("theirs.lumoshortcuts",
-                          QVariantList{shortcutState("Undo Change", "undoChange:", u't', Command)});
-    QList<QKFilePanelRequest> requests;
-    QList<bool> saves;
-    answerPanelsWith(path, &requests, &saves);
+    const QString theirs = QKTestEnvironment::homeFile(u"theirs.lumoshortcuts"_s);
+    QKPropertyList::writeFile(
+        QVariantList{shortcutState("Undo Change", "undoChange:", u't', Command)}, theirs);
+    panels.requests.clear();
+    panels.saves.clear();
+    panels.answer(theirs);
     registry()->loadShortcuts(static_cast<QObject *>(nullptr));
-    ASSERT_EQ(requests.size(), 1);
-    EXPECT_EQ(saves, QList<bool>{false});
-    EXPECT_EQ(requests.at(0).fileTypes, (QStringList{"qkshortcuts", "lumoshortcuts"}));
-
+    EXPECT_EQ(panels.saves, QList<bool>{false});
+    EXPECT_EQ(panels.requests.at(0).fileTypes, QStringList({"qkshortcuts", "lumoshortcuts"}));
     EXPECT_EQ(keyOf("nudgeLeft:"), QKShortcutKey(u'[', Command));
     EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u't', Command));
     EXPECT_TRUE(keyOf("newTrack:").isClear());
@@ -344,27 +321,8 @@ TEST(QKKeyboardShortcuts, importAddsToThePresentChanges)
     EXPECT_EQ(storedChanges().toList().size(), 3);
 }
 
-TEST(QKKeyboardShortcuts, importOfABadFileChangesNothing)
+TEST_F(Registry, restoreDefaultsForgetsEveryChange)
 {
-    loadedRegistry();
-    for (const QString &path :
-         {writeExchangeFile("dict.qkshortcuts", QVariantMap{{"action", "undoChange:"}}),
-          QDir(QKTestEnvironment::homePath()).filePath("missing.qkshortcuts")}) {
-        answerPanelsWith(path);
-        registry()->loadShortcuts(static_cast<QObject *>(nullptr));
-        EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u'z', Command));
-        EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
-    }
-    EXPECT_TRUE(logText().contains(QStringLiteral("Imported no shortcuts")));
-
-    answerPanelsWith(QString());
-    registry()->loadShortcuts(static_cast<QObject *>(nullptr));
-    EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
-}
-
-TEST(QKKeyboardShortcuts, restoreDefaultsForgetsEveryChange)
-{
-    loadedRegistry();
     registry()->shortcutWithAction("undoChange:")->setKey(QKShortcutKey(u't', Command));
     registry()->saveToDefaults();
     ASSERT_TRUE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
