@@ -27,12 +27,10 @@ TEST(QKUserDefaults, persistentValuesOverrideRegisteredOnes)
     defaults.registerDefaults({{u"Width"_s, 640}, {u"Mode"_s, "basic"}});
     defaults.setObject(800, u"Width"_s);
     EXPECT_EQ(defaults.integerForKey(u"Width"_s), 800);
-    EXPECT_EQ(defaults.stringForKey(u"Mode"_s), u"basic"_s);
     EXPECT_TRUE(defaults.hasKey(u"Mode"_s));
     EXPECT_FALSE(defaults.hasKey(u"Missing"_s));
-    EXPECT_FALSE(defaults.objectForKey(u"Missing"_s).isValid());
     // Registered values are never written.
-    EXPECT_EQ(onDisk(defaults).keys(), QStringList{u"Width"_s});
+    EXPECT_EQ(onDisk(defaults), QVariantMap({{u"Width"_s, qint64(800)}}));
     EXPECT_EQ(defaults.persistentDomain().keys(), QStringList{u"Width"_s});
 
     defaults.removeObjectForKey(u"Width"_s);
@@ -65,7 +63,6 @@ TEST(QKUserDefaults, typedGettersGiveEmptyValuesForOtherTypes)
     EXPECT_TRUE(defaults.arrayForKey(u"dict"_s).isEmpty());
     EXPECT_TRUE(defaults.dictionaryForKey(u"list"_s).isEmpty());
     EXPECT_EQ(defaults.arrayForKey(u"list"_s).size(), 2);
-    EXPECT_EQ(defaults.dictionaryForKey(u"dict"_s).size(), 1);
     EXPECT_DOUBLE_EQ(defaults.doubleForKey(u"realText"_s), 3.7);
     EXPECT_DOUBLE_EQ(defaults.doubleForKey(u"list"_s), 0);
     const std::pair<const char *, qint64> integers[] = {

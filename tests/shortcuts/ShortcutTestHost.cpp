@@ -7,6 +7,8 @@
 #include <QKKeyboardShortcuts.h>
 #include <QKMenus.h>
 #include <QKPropertyList.h>
+#include <QKShortcut.h>
+#include <QKUserDefaults.h>
 
 #include <QAction>
 #include <QApplication>
@@ -62,6 +64,22 @@ QString logText()
 {
     return QString::fromUtf8(
         QKTestEnvironment::readAll(QKApplicationLog::sharedLog()->logFilePath()));
+}
+
+QKKeyboardShortcuts *registry()
+{
+    return QKKeyboardShortcuts::sharedInstance();
+}
+
+QKUserDefaults *defaults()
+{
+    return QKUserDefaults::standardUserDefaults();
+}
+
+QKShortcutKey keyOf(const QByteArray &action)
+{
+    const QKShortcut *shortcut = registry()->shortcutWithAction(action);
+    return shortcut ? *shortcut->key() : QKShortcutKey(0xFFFF, 0xFFFF);
 }
 
 Window::Window()

@@ -7,6 +7,8 @@
 #include <QMainWindow>
 #include <QMap>
 
+class QKKeyboardShortcuts;
+class QKUserDefaults;
 class QLineEdit;
 class QStandardItemModel;
 class QTableView;
@@ -43,6 +45,11 @@ void installBundle(const QByteArray &contents = defaultResource());
 
 /** The text the debug log holds so far; empty when nothing was logged. */
 QString logText();
+
+QKKeyboardShortcuts *registry();
+QKUserDefaults *defaults();
+/** The key of the registry's shortcut for @p action. */
+QKShortcutKey keyOf(const QByteArray &action);
 
 /**
  * A main window with the menus of defaultList() ("File": New Track, Export > As Text,

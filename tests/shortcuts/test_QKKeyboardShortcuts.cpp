@@ -21,22 +21,6 @@ using namespace ShortcutTestHost;
 
 namespace {
 
-QKKeyboardShortcuts *registry()
-{
-    return QKKeyboardShortcuts::sharedInstance();
-}
-
-QKUserDefaults *defaults()
-{
-    return QKUserDefaults::standardUserDefaults();
-}
-
-QKShortcutKey keyOf(const QByteArray &action)
-{
-    const QKShortcut *shortcut = registry()->shortcutWithAction(action);
-    return shortcut ? *shortcut->key() : QKShortcutKey(0xFFFF, 0xFFFF);
-}
-
 // The stored changes as the registry will read them at the next launch.
 QVariant storedChanges()
 {

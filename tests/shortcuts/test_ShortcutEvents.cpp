@@ -46,7 +46,7 @@ struct Host : Window
     Host()
     {
         installBundle();
-        QKKeyboardShortcuts::sharedInstance()->loadShortcutsFromPreferencesWithChanges(true);
+        registry()->loadShortcutsFromPreferencesWithChanges(true);
         activate();
     }
 };
@@ -85,8 +85,7 @@ TEST(ShortcutEvents, consumedShortcutFiresOnceOnEveryDeliveryPath)
     EXPECT_EQ(spy.presses(), 0);
     EXPECT_EQ(spy.seen.value(QEvent::ShortcutOverride), 0);
     // The menu item shows the key but did not fire either.
-    EXPECT_EQ(host.lastSender,
-              QKKeyboardShortcuts::sharedInstance()->shortcutWithAction("newTrack:"));
+    EXPECT_EQ(host.lastSender, registry()->shortcutWithAction("newTrack:"));
 
     // Unmatched keys reach the widget and Qt unchanged.
     qtShortcut.setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Y));
@@ -126,7 +125,7 @@ TEST(ShortcutEvents, shortcutsThatCannotFireLetTheKeyPass)
     ASSERT_EQ(QApplication::activePopupWidget(), file);
     QTest::keyClick(file, Qt::Key_T, Qt::ControlModifier);
     file->hide();
-    QKKeyboardShortcuts::sharedInstance()->shortcutWithAction("newTrack:")->setEnabled(false);
+    registry()->shortcutWithAction("newTrack:")->setEnabled(false);
     QTest::keyClick(host.table, Qt::Key_T, Qt::ControlModifier);
     EXPECT_EQ(host.calls.value("newTrack:"), 0);
     EXPECT_EQ(spy.presses(), 4);
@@ -244,7 +243,7 @@ TEST(ShortcutEvents, dialogsKeepTheirKeysUnlessFloating)
 TEST(ShortcutEvents, withoutDefaultListKeysTakeTheUsualPath)
 {
     installBundle(QByteArray());
-    QKKeyboardShortcuts::sharedInstance()->loadShortcutsFromPreferencesWithChanges(true);
+    registry()->loadShortcutsFromPreferencesWithChanges(true);
     Window window;
     window.activate();
     KeySpy spy(window.table);
