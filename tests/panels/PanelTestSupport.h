@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QImage>
+#include <QWidget>
 
 #include <algorithm>
 #include <cstdio>
@@ -23,6 +24,14 @@ inline void saveArtifact(const QImage &image, const QString &name)
     const QString path = QDir(folder).filePath(name + u".png"_s);
     if (QDir().mkpath(folder) && image.save(path, "PNG"))
         std::printf("Screenshot saved to %s\n", qPrintable(path));
+}
+
+/** @p window as drawn, saved as the artifact @p name. */
+inline QImage screenshot(QWidget *window, const QString &name)
+{
+    const QImage shot = window->grab().toImage().convertToFormat(QImage::Format_ARGB32);
+    saveArtifact(shot, name);
+    return shot;
 }
 
 /** The brightest grey level (the largest of red, green and blue) of the opaque pixels of

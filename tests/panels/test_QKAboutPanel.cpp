@@ -197,8 +197,7 @@ TEST_F(QKAboutPanelTest, screenshotShowsGradientSeparatorAndButtons)
 {
     QKAboutPanel *panel = QKAboutPanel::aboutPanel();
     panel->open();
-    const QImage shot = panel->window()->grab().toImage().convertToFormat(QImage::Format_ARGB32);
-    PanelTestSupport::saveArtifact(shot, u"about-panel"_s);
+    const QImage shot = PanelTestSupport::screenshot(panel->window(), u"about-panel"_s);
     ASSERT_EQ(shot.size(), QSize(340, 260));
     EXPECT_TRUE(PanelTestSupport::cornersAreTransparent(shot));
     EXPECT_NEAR(qRed(shot.pixel(10, 130)), 38, 6);

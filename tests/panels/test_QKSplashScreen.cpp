@@ -149,8 +149,7 @@ TEST(QKSplashScreen, screenshotShowsTheRoundedGradient)
 {
     QKSplashScreen *splash = QKSplashScreen::splashScreen();
     splash->open();
-    const QImage shot = splash->window()->grab().toImage().convertToFormat(QImage::Format_ARGB32);
-    PanelTestSupport::saveArtifact(shot, u"splash-screen"_s);
+    const QImage shot = PanelTestSupport::screenshot(splash->window(), u"splash-screen"_s);
     ASSERT_EQ(shot.size(), QSize(400, 220));
     EXPECT_TRUE(PanelTestSupport::cornersAreTransparent(shot));
     // Black held low, lighter towards the top: white 0.15 half way, 0.3 at the top.
