@@ -1,67 +1,35 @@
 #include "QKTestHttpServer.h"
 
 #include <QEventLoop>
-#include <QMutex>
-#include <QMutexLocker>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QThread>
 
 #include <future>
-
-struct QKTestHttpServer::Private
-{
-    Handler handler;
-    std::unique_ptr<QThread> thread;
-    quint16 port = 0;
-    mutable QMutex mutex;
-    QList<Request> requests;
-
-    void serve(QTcpSocket *socket);
-    // Answers every complete request at the front of @p buffer; false once the
-    // connection has been given up.
-    bool answer(QTcpSocket *socket, QByteArray &buffer);
-};
+#include <optional>
 
 namespace {
 
-QByteArray reasonPhrase(int status)
-{
-    switch (status) {
-    case 200:
-        return "OK";
-    case 302:
-        return "Found";
-    case 404:
-        return "Not Found";
-    case 500:
-        return "Internal Server Error";
-    default:
-        return "Status";
-    }
-}
-
-// Parses the head of a request; returns the length of head plus body, or -1 while the
-// request is still incomplete.
-qsizetype parseRequest(const QByteArray &buffer, QKTestHttpServer::Request &request)
+// Takes the first complete request off the front of @p buffer; nullopt while there is none.
+std::optional<QKTestHttpServer::Request> takeRequest(QByteArray &buffer)
 {
     const qsizetype headEnd = buffer.indexOf("\r\n\r\n");
     if (headEnd < 0)
-        return -1;
+        return std::nullopt;
+    QKTestHttpServer::Request request;
     const QList<QByteArray> lines = buffer.left(headEnd).split('\n');
     const QList<QByteArray> requestLine = lines.first().trimmed().split(' ');
     request.method = requestLine.value(0);
     request.path = requestLine.value(1);
-    for (qsizetype i = 1; i < lines.size(); ++i) {
-        const qsizetype colon = lines[i].indexOf(':');
-        if (colon > 0)
-            request.headers.append({lines[i].left(colon), lines[i].mid(colon + 1).trimmed()});
+    for (const QByteArray &line : lines.mid(1)) {
+        if (const qsizetype colon = line.indexOf(':'); colon > 0)
+            request.headers.append({line.left(colon), line.mid(colon + 1).trimmed()});
     }
     const qsizetype length = request.header("Content-Length").toLongLong();
     if (buffer.size() < headEnd + 4 + length)
-        return -1;
+        return std::nullopt;
     request.body = buffer.mid(headEnd + 4, length);
-    return headEnd + 4 + length;
+    buffer.remove(0, headEnd + 4 + length);
+    return request;
 }
 
 } // namespace
@@ -75,78 +43,65 @@ QByteArray QKTestHttpServer::Request::header(const QByteArray &name) const
     return QByteArray();
 }
 
-void QKTestHttpServer::Private::serve(QTcpSocket *socket)
+QKTestHttpServer::QKTestHttpServer(Handler handler) : m_handler(std::move(handler))
 {
-    auto buffer = std::make_shared<QByteArray>();
-    QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, buffer] {
-        buffer->append(socket->readAll());
-        answer(socket, *buffer);
-    });
-    QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-}
-
-bool QKTestHttpServer::Private::answer(QTcpSocket *socket, QByteArray &buffer)
-{
-    for (;;) {
-        Request request;
-        const qsizetype consumed = parseRequest(buffer, request);
-        if (consumed < 0)
-            return true;
-        buffer.remove(0, consumed);
-        {
-            QMutexLocker locker(&mutex);
-            requests.append(request);
-        }
-        const Response response = handler(request);
-        if (response.action == Response::Action::Drop) {
-            socket->abort();
-            return false;
-        }
-        if (response.action == Response::Action::Hang)
-            return false;
-        QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' +
-                          reasonPhrase(response.status) + "\r\n";
-        head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
-        for (const auto &[name, value] : response.headers)
-            head += name + ": " + value + "\r\n";
-        socket->write(head + "\r\n" + response.body);
-    }
-}
-
-QKTestHttpServer::QKTestHttpServer(Handler handler) : d(std::make_unique<Private>())
-{
-    d->handler = std::move(handler);
     std::promise<quint16> listening;
-    std::future<quint16> port = listening.get_future();
-    d->thread.reset(QThread::create([this, &listening] {
+    m_thread.reset(QThread::create([this, &listening] {
         QTcpServer server;
         server.listen(QHostAddress::LocalHost, 0);
         QObject::connect(&server, &QTcpServer::newConnection, &server, [this, &server] {
-            while (QTcpSocket *socket = server.nextPendingConnection())
-                d->serve(socket);
+            while (QTcpSocket *socket = server.nextPendingConnection()) {
+                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+                QObject::connect(socket, &QTcpSocket::readyRead, socket,
+                                 [this, socket, buffer = QByteArray()]() mutable {
+                                     buffer += socket->readAll();
+                                     answer(socket, buffer);
+                                 });
+            }
         });
         listening.set_value(server.serverPort());
         // Runs until the destructor quits the thread (even if it does so before this).
         QEventLoop loop;
         loop.exec();
     }));
-    d->thread->start();
-    d->port = port.get();
+    m_thread->start();
+    m_port = listening.get_future().get();
 }
 
 QKTestHttpServer::~QKTestHttpServer()
 {
-    d->thread->quit();
-    d->thread->wait();
+    m_thread->quit();
+    m_thread->wait();
+}
+
+void QKTestHttpServer::answer(QTcpSocket *socket, QByteArray &buffer)
+{
+    while (const std::optional<Request> request = takeRequest(buffer)) {
+        {
+            QMutexLocker locker(&m_mutex);
+            m_requests.append(*request);
+        }
+        const Response response = m_handler(*request);
+        if (response.action == Response::Action::Drop)
+            socket->abort();
+        if (response.action != Response::Action::Answer)
+            return;
+        // Clients read the status code, not the phrase after it.
+        QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) +
+                          " Status\r\nContent-Length: " + QByteArray::number(response.body.size());
+        for (const auto &[name, value] : response.headers)
+            head += "\r\n" + name + ": " + value;
+        socket->write(head + "\r\n\r\n" + response.body);
+    }
 }
 
 QUrl QKTestHttpServer::url(const QString &path) const
 {
-    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(d->port).arg(path));
+    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path));
 }
 
 QList<QKTestHttpServer::Request> QKTestHttpServer::requests() const
 {
-    QMutexLocker locker(&d->mutex);
-    return d->requests;
+    QMutexLocker locker(&m_mutex);
+    return m_requests;
 }

@@ -2,11 +2,14 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QMutex>
+#include <QThread>
 #include <QUrl>
 
 #include <functional>
 #include <memory>
-#include <utility>
+
+class QTcpSocket;
 
 /**
  * A tiny HTTP/1.1 responder on 127.0.0.1 that answers from a thread of its own, so the
@@ -16,12 +19,13 @@
 class QKTestHttpServer
 {
 public:
+    using Headers = QList<std::pair<QByteArray, QByteArray>>;
+
     struct Request
     {
         QByteArray method;
         QByteArray path;
-        /** Header lines as sent, names as written. */
-        QList<std::pair<QByteArray, QByteArray>> headers;
+        Headers headers;
         QByteArray body;
 
         /** The value of header @p name (compared without case); empty when absent. */
@@ -30,12 +34,12 @@ public:
 
     struct Response
     {
+        /** Drop closes the connection without an answer; Hang never answers. */
         enum class Action { Answer, Drop, Hang };
 
         int status = 200;
         QByteArray body;
-        QList<std::pair<QByteArray, QByteArray>> headers;
-        /** Drop closes the connection without an answer; Hang never answers. */
+        Headers headers;
         Action action = Action::Answer;
     };
 
@@ -50,6 +54,12 @@ public:
     QList<Request> requests() const;
 
 private:
-    struct Private;
-    std::unique_ptr<Private> d;
+    // Answers every complete request at the front of @p buffer.
+    void answer(QTcpSocket *socket, QByteArray &buffer);
+
+    Handler m_handler;
+    std::unique_ptr<QThread> m_thread;
+    quint16 m_port = 0;
+    mutable QMutex m_mutex;
+    QList<Request> m_requests;
 };

@@ -1,27 +1,10 @@
 #include "QKAlert.h"
+#include "QKTestSupport.h"
 
 #include <QApplication>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
-
-#include <gtest/gtest.h>
-
-TEST(QKAlert, answererSeesEveryAlertInOrder)
-{
-    QStringList answeredMessages;
-    QKAlert::setAnswerer([&](const QKAlertRequest &request) {
-        answeredMessages << request.message;
-        return request.buttons.size() - 1;
-    });
-    EXPECT_EQ(QKAlert::runModal("First?", "Details", {"Yes", "No"}), 1);
-    EXPECT_EQ(QKAlert::runModal("Second", QString()), -1);
-    const QList<QKAlertRequest> shown = QKAlert::shownAlerts();
-    ASSERT_EQ(shown.size(), 2);
-    EXPECT_EQ(shown.at(0).informativeText, QStringLiteral("Details"));
-    EXPECT_EQ(shown.at(0).buttons, (QStringList{"Yes", "No"}));
-    EXPECT_EQ(answeredMessages, (QStringList{"First?", "Second"}));
-}
 
 TEST(QKAlert, messageBoxShowsTextsAndAnswersThePressedButtonIndex)
 {
@@ -30,15 +13,17 @@ TEST(QKAlert, messageBoxShowsTextsAndAnswersThePressedButtonIndex)
     QTimer::singleShot(0, [] {
         auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
         ASSERT_NE(box, nullptr);
-        EXPECT_EQ(box->text(), QStringLiteral("Report it?"));
-        EXPECT_EQ(box->informativeText(), QStringLiteral("It helps."));
-        QList<QAbstractButton *> buttons = box->buttons();
-        for (QAbstractButton *button : buttons) {
-            if (button->text() == QLatin1String("No"))
+        EXPECT_EQ(box->text(), u"Report it?"_s);
+        EXPECT_EQ(box->informativeText(), u"It helps."_s);
+        for (QAbstractButton *button : box->buttons()) {
+            if (button->text() == u"No"_s)
                 button->click();
         }
     });
     EXPECT_EQ(QKAlert::runModal("Report it?", "It helps.", {"Yes", "No"}), 1);
+    // Every alert is kept for the tests that script answers.
+    ASSERT_EQ(QKAlert::shownAlerts().size(), 1);
+    EXPECT_EQ(QKAlert::shownAlerts().first().buttons, QStringList({"Yes", "No"}));
 }
 
 TEST(QKFilePanels, savePanelAddsTheRequiredType)
@@ -48,7 +33,7 @@ TEST(QKFilePanels, savePanelAddsTheRequiredType)
     });
     QKFilePanelRequest request;
     request.fileTypes = {"qkshortcuts"};
-    EXPECT_EQ(QKFilePanels::runSavePanel(request), QStringLiteral("/tmp/export.qkshortcuts"));
+    EXPECT_EQ(QKFilePanels::runSavePanel(request), u"/tmp/export.qkshortcuts"_s);
     EXPECT_EQ(QKFilePanels::runOpenPanel(request).size(), 2);
     QKFilePanels::setAnswerer([](const QKFilePanelRequest &, bool) { return QStringList(); });
     EXPECT_TRUE(QKFilePanels::runSavePanel(request).isEmpty());

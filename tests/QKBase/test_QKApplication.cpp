@@ -1,13 +1,10 @@
 #include "QKApplication.h"
-#include "QKBundle.h"
 #include "QKException.h"
-#include "QKTestPrinters.h"
+#include "QKTestSupport.h"
 
 #include <QDir>
 #include <QPointer>
 #include <QTimer>
-
-#include <gtest/gtest.h>
 
 #include <stdexcept>
 
@@ -26,52 +23,42 @@ public:
     bool event(QEvent *event) override
     {
         if (event->type() == throwQKException)
-            throw QKException(QStringLiteral("The receiver broke"),
-                              {{QStringLiteral("detail"), QStringLiteral("inside event()")}},
-                              QStringLiteral("QKTestException"));
+            throw QKException(u"The receiver broke"_s, {{u"detail"_s, u"inside event()"_s}},
+                              u"QKTestException"_s);
         if (event->type() == throwStdException)
             throw std::runtime_error("disk on fire");
-        if (event->type() >= QEvent::User) {
-            ++handled;
-            return true;
-        }
-        return QObject::event(event);
+        if (event->type() < QEvent::User)
+            return QObject::event(event);
+        ++handled;
+        return true;
     }
-};
 
-struct CaughtException
-{
-    QString name;
-    QString reason;
-    QVariantMap userInfo;
-    QString stackTrace;
+    // Posts events of @p types to this receiver and delivers them.
+    void deliver(std::initializer_list<QEvent::Type> types)
+    {
+        for (QEvent::Type type : types)
+            QCoreApplication::postEvent(this, new QEvent(type));
+        QCoreApplication::processEvents();
+    }
 };
 
 } // namespace
 
-TEST(QKApplication, identityComesFromTheHostBundle)
+TEST(QKApplication, identityComesFromTheHostBundleAndDelegate)
 {
     QKApplication *app = QKApplication::sharedApplication();
-    ASSERT_NE(app, nullptr);
-    EXPECT_EQ(app->name(), QStringLiteral("Test Host"));
-    EXPECT_EQ(app->code(), QStringLiteral("TSTH"));
-    EXPECT_EQ(app->tempDirectory(), QDir::tempPath() + QStringLiteral("/TSTH"));
-    EXPECT_EQ(QCoreApplication::applicationVersion(), QStringLiteral("2.5b1"));
+    EXPECT_EQ(app->tempDirectory(), QDir::tempPath() + u"/TSTH"_s);
+    // The built-in delegate reads version "2.5b1" as a beta.
     EXPECT_TRUE(app->delegate()->isBetaVersion());
-}
 
-TEST(QKApplication, hostDelegateReplacesTheBuiltInOne)
-{
     class ReleaseDelegate : public QKApplicationDelegate
     {
     public:
         bool isBetaVersion() const override { return false; }
     };
-    QKApplication *app = QKApplication::sharedApplication();
     {
         ReleaseDelegate delegate;
         app->setDelegate(&delegate);
-        EXPECT_EQ(app->delegate(), &delegate);
         EXPECT_FALSE(app->delegate()->isBetaVersion());
     }
     // A destroyed delegate is not called.
@@ -80,45 +67,31 @@ TEST(QKApplication, hostDelegateReplacesTheBuiltInOne)
 
 TEST(QKApplication, exceptionsFromEventHandlersReachTheHandler)
 {
-    QList<CaughtException> caught;
-    QKApplication::sharedApplication()->setExceptionHandler([&caught](const QKException &e) {
-        caught.append({e.name(), e.reason(), e.userInfo(), e.stackTrace()});
-    });
+    QList<QKException> caught;
+    QKApplication::sharedApplication()->setExceptionHandler(
+        [&caught](const QKException &e) { caught.append(e); });
     EventReceiver receiver;
-    QCoreApplication::postEvent(&receiver, new QEvent(throwQKException));
-    QCoreApplication::postEvent(&receiver, new QEvent(throwStdException));
-    QCoreApplication::postEvent(&receiver, new QEvent(plainEvent));
-    QCoreApplication::processEvents();
+    receiver.deliver({throwQKException, throwStdException, plainEvent});
 
     ASSERT_EQ(caught.size(), 2);
-    EXPECT_EQ(caught[0].name, QStringLiteral("QKTestException"));
-    EXPECT_EQ(caught[0].reason, QStringLiteral("The receiver broke"));
-    EXPECT_EQ(caught[0].userInfo.value(QStringLiteral("detail")),
-              QVariant(QStringLiteral("inside event()")));
+    EXPECT_EQ(caught[0].name(), u"QKTestException"_s);
+    EXPECT_EQ(caught[0].userInfo().value(u"detail"_s), u"inside event()"_s);
     // Taken where the exception was made, so the dispatch that led there is in it.
-    EXPECT_TRUE(caught[0].stackTrace.contains(QLatin1String("notify")))
-        << caught[0].stackTrace.toStdString();
-    EXPECT_EQ(caught[1].reason, QStringLiteral("disk on fire"));
-    EXPECT_FALSE(caught[1].stackTrace.isEmpty());
+    EXPECT_TRUE(caught[0].stackTrace().contains(u"notify"_s))
+        << caught[0].stackTrace().toStdString();
+    EXPECT_EQ(caught[1].reason(), u"disk on fire"_s);
+    EXPECT_FALSE(caught[1].stackTrace().isEmpty());
     // The event after the failures is still delivered.
     EXPECT_EQ(receiver.handled, 1);
 
-    QKApplication::sharedApplication()->setExceptionHandler(nullptr);
-}
-
-TEST(QKApplication, failingExceptionHandlerDoesNotStopTheApplication)
-{
-    int calls = 0;
-    QKApplication::sharedApplication()->setExceptionHandler([&calls](const QKException &) {
-        ++calls;
+    // A handler that fails too does not stop the application either.
+    QKApplication::sharedApplication()->setExceptionHandler([&caught](const QKException &e) {
+        caught.append(e);
         throw std::logic_error("handler failed too");
     });
-    EventReceiver receiver;
-    QCoreApplication::postEvent(&receiver, new QEvent(throwStdException));
-    QCoreApplication::postEvent(&receiver, new QEvent(plainEvent));
-    QCoreApplication::processEvents();
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(receiver.handled, 1);
+    receiver.deliver({throwStdException, plainEvent});
+    EXPECT_EQ(caught.size(), 3);
+    EXPECT_EQ(receiver.handled, 2);
     QKApplication::sharedApplication()->setExceptionHandler(nullptr);
 }
 
@@ -126,30 +99,27 @@ TEST(QKApplication, eventHooksSeeEventsFirstAndCanConsumeThem)
 {
     EventReceiver receiver;
     QPointer<QObject> target(&receiver);
-    QStringList seen;
+    QList<int> seen;
     QKApplication *app = QKApplication::sharedApplication();
     app->installEventHook([target, &seen](QObject *object, QEvent *event) {
         if (object != target || event->type() < QEvent::User)
             return false;
-        seen << QStringLiteral("first %1").arg(event->type());
+        seen << event->type();
         return event->type() == plainEvent;
     });
     app->installEventHook([target, &seen](QObject *object, QEvent *event) {
         if (object == target && event->type() >= QEvent::User)
-            seen << QStringLiteral("second %1").arg(event->type());
+            seen << -event->type();
         return false;
     });
 
     QEvent consumed(plainEvent);
     EXPECT_TRUE(QCoreApplication::sendEvent(&receiver, &consumed));
     EXPECT_EQ(receiver.handled, 0);
-
-    QCoreApplication::postEvent(&receiver, new QEvent(QEvent::Type(QEvent::User + 10)));
-    QCoreApplication::processEvents();
+    receiver.deliver({QEvent::Type(QEvent::User + 10)});
     EXPECT_EQ(receiver.handled, 1);
-    EXPECT_EQ(seen, QStringList({QStringLiteral("first %1").arg(plainEvent),
-                                 QStringLiteral("first %1").arg(QEvent::User + 10),
-                                 QStringLiteral("second %1").arg(QEvent::User + 10)}));
+    // First hook, second hook, for the second event only.
+    EXPECT_EQ(seen, QList<int>({plainEvent, QEvent::User + 10, -(QEvent::User + 10)}));
     target.clear();
 }
 
@@ -161,14 +131,4 @@ TEST(QKApplication, normalQuitAnnouncesTermination)
     QTimer::singleShot(0, app, &QCoreApplication::quit);
     EXPECT_EQ(app->exec(), 0);
     EXPECT_EQ(announcements, 1);
-}
-
-TEST(QKBundle, libraryBundleCarriesTheLibrarysOwnResources)
-{
-    const QKBundle *library = QKBundle::libraryBundle();
-    EXPECT_EQ(library->objectForInfoDictionaryKey(QStringLiteral("CFBundleName")).toString(),
-              QStringLiteral("QKUtilities"));
-    EXPECT_FALSE(
-        library->pathForResource(QStringLiteral("Info"), QStringLiteral("plist")).isEmpty());
-    EXPECT_NE(library->infoDictionary(), QKBundle::mainBundle()->infoDictionary());
 }

@@ -1,106 +1,52 @@
 #include "QKBundle.h"
 #include "QKPropertyList.h"
 #include "QKTestEnvironment.h"
-#include "QKTestPrinters.h"
+#include "QKTestSupport.h"
 
 #include <QDir>
 #include <QFile>
 
-#include <gtest/gtest.h>
+using QKTestEnvironment::homeFile;
+using QKTestEnvironment::writeAll;
 
-namespace {
-
-// Two resource folders under the test's HOME with overlapping contents.
-class QKBundleFolders : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        first = QKTestEnvironment::homePath() + QStringLiteral("/first");
-        second = QKTestEnvironment::homePath() + QStringLiteral("/second");
-        ASSERT_TRUE(QDir().mkpath(first + QStringLiteral("/manual.pdf")));
-        ASSERT_TRUE(QDir().mkpath(second));
-        write(first + QStringLiteral("/shortcuts.xml"), "first");
-        write(second + QStringLiteral("/shortcuts.xml"), "second");
-        write(second + QStringLiteral("/manual.pdf"), "%PDF");
-        write(second + QStringLiteral("/README"), "plain");
-    }
-
-    static void write(const QString &path, const QByteArray &data)
-    {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(data);
-    }
-
-    QString first;
-    QString second;
-};
-
-} // namespace
-
-TEST(QKBundle, mainBundleReadsTheHostsInfoPlist)
+TEST(QKBundle, mainAndLibraryBundlesReadTheirOwnInfoPlists)
 {
     const QKBundle *bundle = QKBundle::mainBundle();
-    EXPECT_EQ(bundle->resourceRoots().value(0), QStringLiteral(":/"));
-    EXPECT_EQ(bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleName")).toString(),
-              QStringLiteral("Test Host"));
-    EXPECT_EQ(
-        bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString")).toString(),
-        QStringLiteral("2.5b1"));
-    EXPECT_EQ(bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleSignature")).toString(),
-              QStringLiteral("TSTH"));
-    EXPECT_FALSE(bundle->objectForInfoDictionaryKey(QStringLiteral("NoSuchKey")).isValid());
-    EXPECT_EQ(bundle->pathForResource(QStringLiteral("Info"), QStringLiteral("plist")),
-              QStringLiteral(":/Info.plist"));
+    EXPECT_EQ(bundle->objectForInfoDictionaryKey(u"CFBundleSignature"_s), "TSTH");
+    EXPECT_FALSE(bundle->objectForInfoDictionaryKey(u"NoSuchKey"_s).isValid());
+    EXPECT_EQ(bundle->pathForResource(u"Info"_s, u"plist"_s), u":/Info.plist"_s);
+    const QKBundle *library = QKBundle::libraryBundle();
+    EXPECT_EQ(library->objectForInfoDictionaryKey(u"CFBundleName"_s), "QKUtilities");
+    EXPECT_NE(library->infoDictionary(), bundle->infoDictionary());
 }
 
-TEST_F(QKBundleFolders, resourcesComeFromTheFirstRootThatHasThem)
+TEST(QKBundle, resourcesAndInfoComeFromTheFirstRootThatHasThem)
 {
+    const QString first = homeFile(u"first"_s), second = homeFile(u"second"_s);
+    ASSERT_TRUE(QDir().mkpath(first + u"/manual.pdf"_s));
+    ASSERT_TRUE(writeAll(first + u"/shortcuts.xml"_s, "first"));
+    ASSERT_TRUE(writeAll(second + u"/shortcuts.xml"_s, "second"));
+    ASSERT_TRUE(writeAll(second + u"/manual.pdf"_s, "%PDF"));
+    ASSERT_TRUE(writeAll(second + u"/README"_s, "plain"));
     const QKBundle bundle({first, second});
-    EXPECT_EQ(bundle.pathForResource(QStringLiteral("shortcuts"), QStringLiteral("xml")),
-              first + QStringLiteral("/shortcuts.xml"));
-    EXPECT_EQ(bundle.dataForResource(QStringLiteral("shortcuts"), QStringLiteral("xml")),
-              QByteArray("first"));
+    EXPECT_EQ(bundle.pathForResource(u"shortcuts"_s, u"xml"_s), first + u"/shortcuts.xml"_s);
+    EXPECT_EQ(QKBundle({second, first}).dataForResource(u"shortcuts"_s, u"xml"_s), "second");
     // A folder that happens to carry the name is not the resource.
-    EXPECT_EQ(bundle.dataForResource(QStringLiteral("manual"), QStringLiteral("pdf")),
-              QByteArray("%PDF"));
-    EXPECT_EQ(bundle.pathForResource(QStringLiteral("README"), QString()),
-              second + QStringLiteral("/README"));
+    EXPECT_EQ(bundle.dataForResource(u"manual"_s, u"pdf"_s), "%PDF");
+    EXPECT_EQ(bundle.pathForResource(u"README"_s, QString()), second + u"/README"_s);
+    EXPECT_TRUE(bundle.dataForResource(u"legal"_s, u"pdf"_s).isEmpty());
+    EXPECT_TRUE(bundle.pathForResource(u"shortcuts"_s, u"txt"_s).isEmpty());
+    EXPECT_TRUE(QKBundle({}).pathForResource(u"shortcuts"_s, u"xml"_s).isEmpty());
 
-    const QKBundle reversed({second, first});
-    EXPECT_EQ(reversed.dataForResource(QStringLiteral("shortcuts"), QStringLiteral("xml")),
-              QByteArray("second"));
-}
-
-TEST_F(QKBundleFolders, missingResourceGivesNothing)
-{
-    const QKBundle bundle({first, second});
-    EXPECT_TRUE(bundle.pathForResource(QStringLiteral("legal"), QStringLiteral("pdf")).isEmpty());
-    EXPECT_TRUE(bundle.dataForResource(QStringLiteral("legal"), QStringLiteral("pdf")).isEmpty());
-    EXPECT_TRUE(bundle.pathForResource(QString(), QStringLiteral("xml")).isEmpty());
-    EXPECT_TRUE(
-        bundle.pathForResource(QStringLiteral("shortcuts"), QStringLiteral("txt")).isEmpty());
-    EXPECT_TRUE(
-        QKBundle({}).pathForResource(QStringLiteral("shortcuts"), QStringLiteral("xml")).isEmpty());
-}
-
-TEST_F(QKBundleFolders, infoDictionaryFollowsTheRootOrder)
-{
-    ASSERT_TRUE(QKPropertyList::writeFile(
-        QVariantMap{{QStringLiteral("CFBundleName"), QStringLiteral("Folder Host")}},
-        second + QStringLiteral("/Info.plist"), QKPropertyList::Format::Binary));
-    EXPECT_EQ(QKBundle({first, second}).objectForInfoDictionaryKey(QStringLiteral("CFBundleName")),
-              QVariant(QStringLiteral("Folder Host")));
+    EXPECT_TRUE(bundle.infoDictionary().isEmpty());
+    ASSERT_TRUE(QKPropertyList::writeFile(QVariantMap{{u"CFBundleName"_s, u"Folder Host"_s}},
+                                          second + u"/Info.plist"_s));
+    EXPECT_EQ(QKBundle({first, second}).objectForInfoDictionaryKey(u"CFBundleName"_s),
+              "Folder Host");
     // The Qt resource root wins over a folder, as it does for the host.
-    EXPECT_EQ(QKBundle({QStringLiteral(":/"), second})
-                  .objectForInfoDictionaryKey(QStringLiteral("CFBundleName")),
-              QVariant(QStringLiteral("Test Host")));
-}
-
-TEST_F(QKBundleFolders, corruptOrMissingInfoPlistGivesAnEmptyDictionary)
-{
-    write(first + QStringLiteral("/Info.plist"), "<plist><dict><key>CFBundleName</key>");
+    EXPECT_EQ(QKBundle({u":/"_s, second}).objectForInfoDictionaryKey(u"CFBundleName"_s),
+              "Test Host");
+    // A corrupt Info.plist in the first root gives an empty dictionary.
+    ASSERT_TRUE(writeAll(first + u"/Info.plist"_s, "<plist><dict><key>CFBundleName</key>"));
     EXPECT_TRUE(QKBundle({first, second}).infoDictionary().isEmpty());
-    EXPECT_TRUE(QKBundle({second}).infoDictionary().isEmpty());
 }

@@ -1,143 +1,115 @@
 #include "QKFile.h"
 #include "QKTestEnvironment.h"
+#include "QKTestSupport.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTimeZone>
 
-#include <gtest/gtest.h>
+#include <functional>
 
-namespace {
-
-QString home()
-{
-    return QKTestEnvironment::homePath();
-}
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-} // namespace
+using QKTestEnvironment::homeFile;
+using QKTestEnvironment::readAll;
 
 TEST(QKFile, conformPathExpandsOnlyTheUsersTilde)
 {
-    EXPECT_EQ(QKFile::conformPath(QStringLiteral("~")), home());
-    EXPECT_EQ(QKFile::conformPath(QStringLiteral("~/")), home());
-    EXPECT_EQ(QKFile::conformPath(QStringLiteral("~/Library//Logs/./Velmora/")),
-              home() + QStringLiteral("/Library/Logs/Velmora"));
-    EXPECT_EQ(QKFile::conformPath(QStringLiteral("~other/x")), QStringLiteral("~other/x"));
-    EXPECT_EQ(QKFile::conformPath(QStringLiteral("/tmp/~/x")), QStringLiteral("/tmp/~/x"));
-    EXPECT_EQ(QKFile::conformPath(QStringLiteral("relative/~")), QStringLiteral("relative/~"));
-    EXPECT_EQ(QKFile::conformPath(QString()), QString());
+    const std::pair<QString, QString> cases[] = {
+        {u"~"_s, QKTestEnvironment::homePath()},
+        {u"~/"_s, QKTestEnvironment::homePath()},
+        {u"~/Library//Logs/./Velmora/"_s, homeFile(u"Library/Logs/Velmora"_s)},
+        {u"~other/x"_s, u"~other/x"_s},
+        {u"/tmp/~/x"_s, u"/tmp/~/x"_s},
+        {u"relative/~"_s, u"relative/~"_s},
+        {QString(), QString()},
+    };
+    for (const auto &[path, conformed] : cases)
+        EXPECT_EQ(QKFile::conformPath(path), conformed) << path.toStdString();
 }
 
 TEST(QKFile, createsFoldersAndFilesAndListsHiddenEntries)
 {
     QString error;
-    ASSERT_TRUE(QKFile::createDirectoryAtPath(QStringLiteral("~/a/b/c"), &error))
-        << error.toStdString();
-    EXPECT_TRUE(QKFile::createDirectoryAtPath(QStringLiteral("~/a/b/c")));
-    EXPECT_TRUE(QFileInfo(home() + QStringLiteral("/a/b/c")).isDir());
+    ASSERT_TRUE(QKFile::createDirectoryAtPath(u"~/a/b/c"_s, &error)) << error.toStdString();
+    EXPECT_TRUE(QKFile::createDirectoryAtPath(u"~/a/b/c"_s));
+    EXPECT_TRUE(QFileInfo(homeFile(u"a/b/c"_s)).isDir());
 
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/a/.hidden"), "secret", &error))
+    ASSERT_TRUE(QKFile::createFileAtPath(u"~/a/.hidden"_s, "secret", &error))
         << error.toStdString();
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/a/visible"), "old"));
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/a/visible"), "new"));
-    EXPECT_EQ(contentsOf(home() + QStringLiteral("/a/.hidden")), QByteArray("secret"));
-    EXPECT_EQ(contentsOf(home() + QStringLiteral("/a/visible")), QByteArray("new"));
-    ASSERT_TRUE(
-        QFile::link(QStringLiteral("/nonexistent"), home() + QStringLiteral("/a/dangling")));
+    ASSERT_TRUE(QKFile::createFileAtPath(u"~/a/visible"_s, "old"));
+    ASSERT_TRUE(QKFile::createFileAtPath(u"~/a/visible"_s, "new"));
+    EXPECT_EQ(readAll(homeFile(u"a/.hidden"_s)), "secret");
+    EXPECT_EQ(readAll(homeFile(u"a/visible"_s)), "new");
+    ASSERT_TRUE(QFile::link(u"/nonexistent"_s, homeFile(u"a/dangling"_s)));
 
-    EXPECT_EQ(QKFile::contentsOfDirectoryAtPath(QStringLiteral("~/a"), &error),
-              (QStringList{QStringLiteral(".hidden"), QStringLiteral("b"),
-                           QStringLiteral("dangling"), QStringLiteral("visible")}));
-    EXPECT_TRUE(QKFile::existsAtPath(QStringLiteral("~/a/visible")));
-    EXPECT_FALSE(QKFile::existsAtPath(QStringLiteral("~/a/dangling")));
-    EXPECT_TRUE(QKFile::isDirectoryAtPath(QStringLiteral("~/a/b")));
-    EXPECT_FALSE(QKFile::isDirectoryAtPath(QStringLiteral("~/a/visible")));
-    EXPECT_TRUE(QKFile::contentsOfDirectoryAtPath(QStringLiteral("~/a/b/c")).isEmpty());
+    EXPECT_EQ(QKFile::contentsOfDirectoryAtPath(u"~/a"_s, &error),
+              QStringList({u".hidden"_s, u"b"_s, u"dangling"_s, u"visible"_s}));
+    EXPECT_TRUE(QKFile::existsAtPath(u"~/a/visible"_s));
+    EXPECT_FALSE(QKFile::existsAtPath(u"~/a/dangling"_s));
+    EXPECT_TRUE(QKFile::isDirectoryAtPath(u"~/a/b"_s));
+    EXPECT_FALSE(QKFile::isDirectoryAtPath(u"~/a/visible"_s));
+    EXPECT_TRUE(QKFile::contentsOfDirectoryAtPath(u"~/a/b/c"_s).isEmpty());
+
+    const QDateTime when(QDate(2009, 3, 14), QTime(15, 9, 26), QTimeZone::utc());
+    QFile file(homeFile(u"a/visible"_s));
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(file.setFileTime(when, QFileDevice::FileModificationTime));
+    file.close();
+    EXPECT_EQ(QKFile::modificationDateOfItemAtPath(u"~/a/visible"_s), when);
 }
 
 TEST(QKFile, failuresAnswerEmptyWithTheReason)
 {
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/plain"), "x"));
-
-    QString error;
-    EXPECT_TRUE(QKFile::contentsOfDirectoryAtPath(QStringLiteral("~/missing"), &error).isEmpty());
-    EXPECT_TRUE(error.contains(home() + QStringLiteral("/missing"))) << error.toStdString();
-    error.clear();
-    EXPECT_TRUE(QKFile::contentsOfDirectoryAtPath(QStringLiteral("~/plain"), &error).isEmpty());
-    EXPECT_TRUE(error.contains(QStringLiteral("not a folder"))) << error.toStdString();
-
-    error.clear();
-    EXPECT_FALSE(QKFile::createDirectoryAtPath(QStringLiteral("~/plain/sub/folder"), &error));
-    EXPECT_TRUE(error.contains(home() + QStringLiteral("/plain"))) << error.toStdString();
-    error.clear();
-    EXPECT_FALSE(QKFile::createDirectoryAtPath(QStringLiteral("~/plain"), &error));
-    EXPECT_FALSE(error.isEmpty());
-
-    error.clear();
-    EXPECT_FALSE(QKFile::createFileAtPath(QStringLiteral("~/missing/file"), "x", &error));
-    EXPECT_FALSE(error.isEmpty());
-    EXPECT_FALSE(QKFile::existsAtPath(QStringLiteral("~/missing")));
-
-    error.clear();
-    EXPECT_FALSE(QKFile::removeItemAtPath(QStringLiteral("~/missing"), &error));
-    EXPECT_FALSE(error.isEmpty());
-    error.clear();
-    EXPECT_FALSE(QKFile::emptyDirectoryAtPath(QStringLiteral("~/plain"), &error));
-    EXPECT_FALSE(error.isEmpty());
-    EXPECT_TRUE(QFileInfo(home() + QStringLiteral("/plain")).isFile());
-    EXPECT_FALSE(QKFile::modificationDateOfItemAtPath(QStringLiteral("~/missing")).isValid());
+    ASSERT_TRUE(QKFile::createFileAtPath(u"~/plain"_s, "x"));
+    // Each call must fail with a reason that holds the text beside it.
+    using Failure = std::function<bool(QString *)>;
+    const std::pair<Failure, QString> failures[] = {
+        {[](QString *e) { return QKFile::contentsOfDirectoryAtPath(u"~/missing"_s, e).isEmpty(); },
+         homeFile(u"missing"_s)},
+        {[](QString *e) { return QKFile::contentsOfDirectoryAtPath(u"~/plain"_s, e).isEmpty(); },
+         u"not a folder"_s},
+        {[](QString *e) { return !QKFile::createDirectoryAtPath(u"~/plain/sub/folder"_s, e); },
+         homeFile(u"plain"_s)},
+        {[](QString *e) { return !QKFile::createDirectoryAtPath(u"~/plain"_s, e); }, {}},
+        {[](QString *e) { return !QKFile::createFileAtPath(u"~/missing/file"_s, "x", e); }, {}},
+        {[](QString *e) { return !QKFile::removeItemAtPath(u"~/missing"_s, e); }, {}},
+        {[](QString *e) { return !QKFile::emptyDirectoryAtPath(u"~/plain"_s, e); }, {}},
+    };
+    for (qsizetype i = 0; i < std::ssize(failures); ++i) {
+        QString error;
+        EXPECT_TRUE(failures[i].first(&error)) << "failure " << i;
+        EXPECT_FALSE(error.isEmpty()) << "failure " << i;
+        EXPECT_TRUE(error.contains(failures[i].second)) << error.toStdString();
+    }
+    EXPECT_FALSE(QKFile::existsAtPath(u"~/missing"_s));
+    EXPECT_TRUE(QFileInfo(homeFile(u"plain"_s)).isFile());
+    EXPECT_FALSE(QKFile::modificationDateOfItemAtPath(u"~/missing"_s).isValid());
 }
 
 TEST(QKFile, removesWholeTreesButNeverFollowsLinksOut)
 {
-    const QString outside = home() + QStringLiteral("/outside");
+    const QString outside = homeFile(u"outside"_s);
     ASSERT_TRUE(QKFile::createDirectoryAtPath(outside));
-    ASSERT_TRUE(QKFile::createFileAtPath(outside + QStringLiteral("/keep"), "keep"));
-    ASSERT_TRUE(QKFile::createDirectoryAtPath(QStringLiteral("~/tree/deep/deeper")));
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/tree/deep/deeper/.x"), "x"));
-    ASSERT_TRUE(QFile::link(outside, home() + QStringLiteral("/tree/deep/link")));
-
+    ASSERT_TRUE(QKFile::createFileAtPath(outside + u"/keep"_s, "keep"));
+    ASSERT_TRUE(QKFile::createDirectoryAtPath(u"~/tree/deep/deeper"_s));
+    ASSERT_TRUE(QKFile::createFileAtPath(u"~/tree/deep/deeper/.x"_s, "x"));
+    ASSERT_TRUE(QFile::link(outside, homeFile(u"tree/deep/link"_s)));
     QString error;
-    EXPECT_TRUE(QKFile::removeItemAtPath(QStringLiteral("~/tree"), &error)) << error.toStdString();
-    EXPECT_FALSE(QFileInfo::exists(home() + QStringLiteral("/tree")));
-    EXPECT_EQ(contentsOf(outside + QStringLiteral("/keep")), QByteArray("keep"));
+    EXPECT_TRUE(QKFile::removeItemAtPath(u"~/tree"_s, &error)) << error.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(homeFile(u"tree"_s)));
+    EXPECT_EQ(readAll(outside + u"/keep"_s), "keep");
 
-    ASSERT_TRUE(QFile::link(outside, home() + QStringLiteral("/alias")));
-    EXPECT_TRUE(QKFile::removeItemAtPath(QStringLiteral("~/alias")));
-    EXPECT_FALSE(QFileInfo(home() + QStringLiteral("/alias")).isSymLink());
-    EXPECT_TRUE(QKFile::existsAtPath(outside + QStringLiteral("/keep")));
-}
+    ASSERT_TRUE(QFile::link(outside, homeFile(u"alias"_s)));
+    EXPECT_TRUE(QKFile::removeItemAtPath(u"~/alias"_s));
+    EXPECT_FALSE(QFileInfo(homeFile(u"alias"_s)).isSymLink());
+    EXPECT_TRUE(QKFile::existsAtPath(outside + u"/keep"_s));
 
-TEST(QKFile, emptyingKeepsTheFolderItself)
-{
-    ASSERT_TRUE(QKFile::createDirectoryAtPath(QStringLiteral("~/tmp/sub/inner")));
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/tmp/.launched"), ""));
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/tmp/sub/inner/file"), "data"));
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/tmp/top"), "data"));
-
-    QString error;
-    EXPECT_TRUE(QKFile::emptyDirectoryAtPath(QStringLiteral("~/tmp"), &error))
-        << error.toStdString();
-    EXPECT_TRUE(QKFile::isDirectoryAtPath(QStringLiteral("~/tmp")));
-    EXPECT_TRUE(QKFile::contentsOfDirectoryAtPath(QStringLiteral("~/tmp")).isEmpty());
-    EXPECT_TRUE(QKFile::emptyDirectoryAtPath(QStringLiteral("~/tmp")));
-}
-
-TEST(QKFile, modificationDateIsTheFilesOwn)
-{
-    ASSERT_TRUE(QKFile::createFileAtPath(QStringLiteral("~/dated"), "x"));
-    const QDateTime when(QDate(2009, 3, 14), QTime(15, 9, 26), QTimeZone::utc());
-    QFile file(home() + QStringLiteral("/dated"));
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    ASSERT_TRUE(file.setFileTime(when, QFileDevice::FileModificationTime));
-    file.close();
-
-    EXPECT_EQ(QKFile::modificationDateOfItemAtPath(QStringLiteral("~/dated")), when);
+    // Emptying keeps the folder itself.
+    ASSERT_TRUE(QKFile::createDirectoryAtPath(u"~/tmp/sub/inner"_s));
+    ASSERT_TRUE(QKFile::createFileAtPath(u"~/tmp/.launched"_s, ""));
+    ASSERT_TRUE(QKFile::createFileAtPath(u"~/tmp/sub/inner/file"_s, "data"));
+    EXPECT_TRUE(QKFile::emptyDirectoryAtPath(u"~/tmp"_s, &error)) << error.toStdString();
+    EXPECT_TRUE(QKFile::isDirectoryAtPath(u"~/tmp"_s));
+    EXPECT_TRUE(QKFile::contentsOfDirectoryAtPath(u"~/tmp"_s).isEmpty());
+    EXPECT_TRUE(QKFile::emptyDirectoryAtPath(u"~/tmp"_s));
 }

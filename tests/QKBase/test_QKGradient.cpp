@@ -1,11 +1,9 @@
 #include "QKGradient.h"
-#include "QKTestPrinters.h"
+#include "QKTestSupport.h"
 
 #include <QImage>
 #include <QPainter>
 #include <QPainterPath>
-
-#include <gtest/gtest.h>
 
 #include <functional>
 
@@ -14,12 +12,6 @@ namespace {
 QColor white(qreal level)
 {
     return QColor::fromRgbF(float(level), float(level), float(level));
-}
-
-// The about panel's and splash screen's background.
-QKGradient panelGradient()
-{
-    return QKGradient({{white(0), 0, 0.95}, {white(0.15), 0.5}, {white(0.3), 1}});
 }
 
 QImage paint(const QSize &size, const std::function<void(QPainter *)> &draw)
@@ -36,109 +28,90 @@ int grey(const QImage &image, int x, int y)
     return qRed(image.pixel(x, y));
 }
 
-int expectedGrey(const QKGradient &gradient, qreal position)
-{
-    return qRound(gradient.colorAtPosition(position).redF() * 255);
-}
+// The About panel's and splash screen's background.
+const QKGradient panelGradient({{white(0), 0, 0.95}, {white(0.15), 0.5}, {white(0.3), 1}});
 
 } // namespace
 
 TEST(QKGradient, colorAtPositionFollowsTheStopsAndTheirMidpoints)
 {
-    const QKGradient gradient = panelGradient();
-    EXPECT_NEAR(gradient.colorAtPosition(0).redF(), 0, 1e-4);
-    EXPECT_NEAR(gradient.colorAtPosition(0.5).redF(), 0.15, 1e-4);
-    EXPECT_NEAR(gradient.colorAtPosition(1).redF(), 0.3, 1e-4);
-    // Half and half at the first stop's midpoint, 95% of the way to the next stop...
-    EXPECT_NEAR(gradient.colorAtPosition(0.475).redF(), 0.075, 1e-3);
-    // ...so halfway there it is still nearly black, where a linear blend would be 0.075.
-    EXPECT_LT(gradient.colorAtPosition(0.25).redF(), 0.001);
-    // The second stop keeps the default midpoint: linear.
-    EXPECT_NEAR(gradient.colorAtPosition(0.75).redF(), 0.225, 1e-3);
-    EXPECT_NEAR(gradient.colorAtPosition(-1).redF(), 0, 1e-4);
-    EXPECT_NEAR(gradient.colorAtPosition(2).redF(), 0.3, 1e-4);
-
+    // Position and grey level; outside the stops the end colours hold.
+    const std::pair<qreal, qreal> samples[] = {
+        {0, 0},
+        {0.5, 0.15},
+        {1, 0.3},
+        {-1, 0},
+        {2, 0.3},
+        // Half and half at the first stop's midpoint, 95% of the way to the next stop; the
+        // second stop keeps the default midpoint: linear.
+        {0.475, 0.075},
+        {0.75, 0.225},
+    };
+    for (const auto &[position, level] : samples)
+        EXPECT_NEAR(panelGradient.colorAtPosition(position).redF(), level, 1e-3) << position;
+    // Halfway to the midpoint it is still nearly black, where a linear blend would be 0.075.
+    EXPECT_LT(panelGradient.colorAtPosition(0.25).redF(), 0.001);
     const QKGradient early({{white(0), 0, 0.2}, {white(1), 1}});
     EXPECT_NEAR(early.colorAtPosition(0.2).redF(), 0.5, 1e-3);
     EXPECT_GT(early.colorAtPosition(0.1).redF(), 0.3);
-}
 
-TEST(QKGradient, stopsAreOrderedAndClamped)
-{
-    const QKGradient gradient({{Qt::red, 1.5}, {Qt::blue, -0.5}, {Qt::green, 0.5}});
-    const QList<QKGradientStop> stops = gradient.stops();
-    ASSERT_EQ(stops.size(), 3);
-    EXPECT_EQ(stops[0].color, QColor(Qt::blue));
-    EXPECT_EQ(stops[0].position, 0);
-    EXPECT_EQ(stops[2].color, QColor(Qt::red));
-    EXPECT_EQ(stops[2].position, 1);
-
-    EXPECT_FALSE(QKGradient().colorAtPosition(0.5).isValid());
+    // Stops are ordered and clamped; no stops give no colour.
+    const QKGradient unordered({{Qt::red, 1.5}, {Qt::blue, -0.5}, {Qt::green, 0.5}});
+    ASSERT_EQ(unordered.stops().size(), 3);
+    EXPECT_EQ(unordered.stops()[0].color, QColor(Qt::blue));
+    EXPECT_EQ(unordered.stops()[0].position, 0);
+    EXPECT_EQ(unordered.stops()[2].position, 1);
     EXPECT_EQ(QKGradient({{Qt::red, 0.3}}).colorAtPosition(0.9), QColor(Qt::red));
-}
-
-TEST(QKGradient, ninetyDegreesPaintsFromBottomToTop)
-{
-    const QKGradient gradient = panelGradient();
-    const int height = 200;
-    const QImage image = paint(QSize(20, height), [&](QPainter *painter) {
-        gradient.fillRect(painter, QRectF(0, 0, 20, height), 90);
-    });
-    EXPECT_LE(grey(image, 10, height - 1), 1);
-    EXPECT_NEAR(grey(image, 10, 0), 76, 1);
-    EXPECT_LE(grey(image, 10, 150), 1);       // a quarter of the way up
-    EXPECT_NEAR(grey(image, 10, 105), 19, 2); // the midpoint, 47.5% up
-    EXPECT_NEAR(grey(image, 10, 100), 36, 2); // just below the middle stop
-    for (int y = 0; y < height; ++y) {
-        const qreal position = (height - y - 0.5) / height;
-        EXPECT_NEAR(grey(image, 10, y), expectedGrey(gradient, position), 2) << "row " << y;
-        EXPECT_EQ(grey(image, 0, y), grey(image, 19, y)) << "row " << y;
-    }
+    EXPECT_FALSE(QKGradient().colorAtPosition(0.5).isValid());
 }
 
 TEST(QKGradient, anglesFollowTheUpwardYAxis)
 {
     const QKGradient gradient({{Qt::black, 0}, {Qt::white, 1}});
-    const QRectF rect(0, 0, 300, 100);
     const auto painted = [&](qreal angle) {
-        return paint(QSize(300, 100),
-                     [&](QPainter *painter) { gradient.fillRect(painter, rect, angle); });
+        return paint(QSize(300, 100), [&](QPainter *painter) {
+            gradient.fillRect(painter, QRectF(0, 0, 300, 100), angle);
+        });
     };
-    const QImage right = painted(0);
-    EXPECT_LE(grey(right, 0, 50), 1);
-    EXPECT_GE(grey(right, 299, 50), 254);
-    const QImage left = painted(180);
-    EXPECT_GE(grey(left, 0, 50), 254);
-    EXPECT_LE(grey(left, 299, 50), 1);
-    const QImage down = painted(270);
-    EXPECT_LE(grey(down, 150, 0), 2);
-    EXPECT_GE(grey(down, 150, 99), 253);
-    // Diagonally the gradient ends exactly on the far corners.
-    const QImage diagonal = painted(45);
-    EXPECT_LE(grey(diagonal, 0, 99), 2);
-    EXPECT_GE(grey(diagonal, 299, 0), 253);
-    EXPECT_NEAR(grey(diagonal, 150, 50), 128, 2);
+    // Angle, then the darkest and the lightest point.
+    const std::pair<qreal, std::pair<QPoint, QPoint>> ends[] = {
+        {0, {{0, 50}, {299, 50}}},
+        {180, {{299, 50}, {0, 50}}},
+        {270, {{150, 0}, {150, 99}}},
+        {90, {{150, 99}, {150, 0}}},
+        // Diagonally the gradient ends exactly on the far corners.
+        {45, {{0, 99}, {299, 0}}},
+    };
+    for (const auto &[angle, points] : ends) {
+        const QImage image = painted(angle);
+        EXPECT_LE(grey(image, points.first.x(), points.first.y()), 1) << angle;
+        EXPECT_GE(grey(image, points.second.x(), points.second.y()), 254) << angle;
+    }
+    EXPECT_NEAR(grey(painted(45), 150, 50), 128, 2);
+    const QImage up = painted(90);
+    EXPECT_EQ(grey(up, 0, 30), grey(up, 299, 30));
+    // Nothing at all from an empty gradient.
+    const QImage empty = paint(QSize(10, 10), [](QPainter *painter) {
+        QKGradient().fillRect(painter, QRectF(0, 0, 10, 10), 90);
+    });
+    EXPECT_EQ(qAlpha(empty.pixel(5, 5)), 0);
 }
 
 TEST(QKGradient, fillPathPaintsOnlyInsideOverThePathsBounds)
 {
-    const QKGradient gradient = panelGradient();
     QPainterPath path;
     path.addEllipse(QRectF(50, 50, 100, 100));
-    const QImage image =
-        paint(QSize(200, 200), [&](QPainter *painter) { gradient.fillPath(painter, path, 90); });
+    const QImage image = paint(
+        QSize(200, 200), [&](QPainter *painter) { panelGradient.fillPath(painter, path, 90); });
     EXPECT_EQ(qAlpha(image.pixel(55, 55)), 0);
     EXPECT_EQ(qAlpha(image.pixel(10, 190)), 0);
     EXPECT_EQ(qAlpha(image.pixel(100, 100)), 255);
-    EXPECT_NEAR(grey(image, 100, 51), expectedGrey(gradient, 0.985), 2);
+    // Bottom to top over the path's bounds, not the image's.
+    const std::pair<int, qreal> rows[] = {{51, 0.985}, {75, 0.745}, {100, 0.495}};
+    for (const auto &[y, position] : rows) {
+        EXPECT_NEAR(grey(image, 100, y),
+                    qRound(panelGradient.colorAtPosition(position).redF() * 255), 2)
+            << y;
+    }
     EXPECT_LE(grey(image, 100, 148), 1);
-    EXPECT_NEAR(grey(image, 100, 75), expectedGrey(gradient, 0.745), 2);
-}
-
-TEST(QKGradient, emptyGradientPaintsNothing)
-{
-    const QImage image = paint(QSize(10, 10), [](QPainter *painter) {
-        QKGradient().fillRect(painter, QRectF(0, 0, 10, 10), 90);
-    });
-    EXPECT_EQ(qAlpha(image.pixel(5, 5)), 0);
 }

@@ -1,6 +1,7 @@
 #include "QKMultipartRequest.h"
 #include "QKTestEnvironment.h"
 #include "QKTestHttpServer.h"
+#include "QKTestSupport.h"
 
 #include <QHttpMultiPart>
 #include <QJsonArray>
@@ -11,8 +12,6 @@
 #include <QPointer>
 #include <QProcess>
 #include <QSignalSpy>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -30,38 +29,30 @@ bool postAndWait(const QKMultipartRequest &request)
     return finished.wait(20000) && reply->error() == QNetworkReply::NoError;
 }
 
-struct ParsedForm
-{
-    int defects = -1;
-    QMap<QString, QByteArray> fields;
-    int partCount = 0;
-    bool everyPartIsPlainField = true;
-};
-
-// Reads the captured body with Python's standard library, as a server-side form parser.
-ParsedForm parseWithPython(const QKTestHttpServer::Request &request)
+// Reads the captured body with Python's standard library, as a server-side form parser:
+// the fields by name, or {"!defects": count} when the parser found fault with the body.
+QMap<QString, QByteArray> parseWithPython(const QKTestHttpServer::Request &request)
 {
     QProcess python;
-    python.start(QStringLiteral("python3"),
-                 {QKTestEnvironment::sourcePath(QStringLiteral("QKBase/data/parse_multipart.py"))});
+    python.start(u"python3"_s,
+                 {QKTestEnvironment::sourcePath(u"QKBase/data/parse_multipart.py"_s)});
     python.write("Content-Type: " + request.header("Content-Type") + "\r\n\r\n" + request.body);
     python.closeWriteChannel();
     python.waitForFinished(30000);
     EXPECT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
 
-    ParsedForm form;
     const QJsonObject result = QJsonDocument::fromJson(python.readAllStandardOutput()).object();
-    form.defects = result.value("defects").toInt(-1);
-    const QJsonArray parts = result.value("parts").toArray();
-    form.partCount = int(parts.size());
-    for (const QJsonValue &part : parts) {
+    QMap<QString, QByteArray> fields;
+    for (const QJsonValue &part : result.value("parts").toArray()) {
         const QJsonObject object = part.toObject();
-        form.fields.insert(object.value("name").toString(),
-                           QByteArray::fromBase64(object.value("value").toString().toLatin1()));
-        if (!object.value("contentType").isNull() || !object.value("filename").isNull())
-            form.everyPartIsPlainField = false;
+        // Every part is a plain field: no file name, no type of its own.
+        EXPECT_TRUE(object.value("contentType").isNull() && object.value("filename").isNull());
+        fields.insert(object.value("name").toString(),
+                      QByteArray::fromBase64(object.value("value").toString().toLatin1()));
     }
-    return form;
+    if (result.value("defects").toInt(-1) != 0)
+        fields.insert(u"!defects"_s, QByteArray::number(result.value("defects").toInt(-1)));
+    return fields;
 }
 
 } // namespace
@@ -71,20 +62,35 @@ TEST(QKMultipartRequest, everyFieldSurvivesAStandardFormParser)
     QByteArray binary;
     for (int byte = 0; byte < 256; ++byte)
         binary.append(char(byte));
-    const QString trap = QStringLiteral("--\r\n--QKFormBoundary\r\n\r\n--boundary--\r\n-- end");
-    const QVariantMap form = {
-        {"action", "new"},
-        {QStringLiteral("Zoë Ångström"), QStringLiteral("Façade, naïve café — ✓")},
-        {"tBody", "First line\r\nSecond line\nThird\r\n\r\n"},
-        {"trap", trap},
-        {"fUrgent", true},
-        {"fTrash", false},
-        {"xCategory", 42},
-        {"ratio", 2.5},
-        {"body", binary},
-        {"empty", QString()},
-        {"say \"hi\"\r\nnow", "quoted"},
+    const QString trap = u"--\r\n--QKFormBoundary\r\n\r\n--boundary--\r\n-- end"_s;
+    // Each field as sent, and as the parser must give it back.
+    const struct
+    {
+        QString name;
+        QVariant value;
+        QString parsedName;
+        QByteArray parsed;
+    } fields[] = {
+        {u"action"_s, "new", u"action"_s, "new"},
+        {u"Zoë Ångström"_s, u"Façade, naïve café — ✓"_s, u"Zoë Ångström"_s,
+         u"Façade, naïve café — ✓"_s.toUtf8()},
+        {u"tBody"_s, "First line\r\nSecond line\nThird\r\n\r\n", u"tBody"_s,
+         "First line\r\nSecond line\nThird\r\n\r\n"},
+        {u"trap"_s, trap, u"trap"_s, trap.toUtf8()},
+        {u"fUrgent"_s, true, u"fUrgent"_s, "1"},
+        {u"fTrash"_s, false, u"fTrash"_s, "0"},
+        {u"xCategory"_s, 42, u"xCategory"_s, "42"},
+        {u"ratio"_s, 2.5, u"ratio"_s, "2.5"},
+        {u"body"_s, binary, u"body"_s, binary},
+        {u"empty"_s, QString(), u"empty"_s, ""},
+        {u"say \"hi\"\r\nnow"_s, "quoted", u"say %22hi%22%0D%0Anow"_s, "quoted"},
     };
+    QVariantMap form;
+    QMap<QString, QByteArray> expected;
+    for (const auto &field : fields) {
+        form.insert(field.name, field.value);
+        expected.insert(field.parsedName, field.parsed);
+    }
 
     QKTestHttpServer server(okResponse);
     const QKMultipartRequest request =
@@ -97,28 +103,7 @@ TEST(QKMultipartRequest, everyFieldSurvivesAStandardFormParser)
     EXPECT_EQ(received[0].method, "POST");
     EXPECT_EQ(received[0].path, "/helpspot_api.php");
     EXPECT_TRUE(received[0].header("Content-Type").startsWith("multipart/form-data; boundary="));
-
-    const ParsedForm parsed = parseWithPython(received[0]);
-    EXPECT_EQ(parsed.defects, 0);
-    EXPECT_EQ(parsed.partCount, form.size());
-    EXPECT_TRUE(parsed.everyPartIsPlainField);
-    const QMap<QString, QByteArray> expected = {
-        {"action", "new"},
-        {QStringLiteral("Zoë Ångström"), QStringLiteral("Façade, naïve café — ✓").toUtf8()},
-        {"tBody", "First line\r\nSecond line\nThird\r\n\r\n"},
-        {"trap", trap.toUtf8()},
-        {"fUrgent", "1"},
-        {"fTrash", "0"},
-        {"xCategory", "42"},
-        {"ratio", "2.5"},
-        {"body", binary},
-        {"empty", ""},
-        {"say %22hi%22%0D%0Anow", "quoted"},
-    };
-    for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
-        ASSERT_TRUE(parsed.fields.contains(it.key())) << it.key().toStdString();
-        EXPECT_EQ(parsed.fields.value(it.key()), it.value()) << it.key().toStdString();
-    }
+    EXPECT_EQ(parseWithPython(received[0]), expected);
 }
 
 TEST(QKMultipartRequest, largeValuesAreSharedAndRepostable)
@@ -139,7 +124,7 @@ TEST(QKMultipartRequest, largeValuesAreSharedAndRepostable)
     const QList<QKTestHttpServer::Request> received = server.requests();
     ASSERT_EQ(received.size(), 2);
     EXPECT_EQ(received[0].body, received[1].body);
-    EXPECT_EQ(parseWithPython(received[1]).fields.value("body"), archive);
+    EXPECT_EQ(parseWithPython(received[1]).value(u"body"_s), archive);
 }
 
 TEST(QKMultipartRequest, bodyLivesExactlyAsLongAsItsReply)

@@ -1,11 +1,10 @@
 #include "QKMultipartRequest.h"
 #include "QKSynchronousRequest.h"
 #include "QKTestHttpServer.h"
+#include "QKTestSupport.h"
 
 #include <QNetworkRequest>
 #include <QTcpServer>
-
-#include <gtest/gtest.h>
 
 #include <thread>
 
@@ -28,67 +27,57 @@ Response route(const QKTestHttpServer::Request &request)
         return {0, {}, {}, Response::Action::Drop};
     if (request.path == "/hang")
         return {0, {}, {}, Response::Action::Hang};
-    if (request.method == "POST")
-        return {200, "posted " + QByteArray::number(request.body.size()), {}, {}};
-    return {404, {}, {}, {}};
+    return {200, "posted " + QByteArray::number(request.body.size()), {}, {}};
 }
 
-QNetworkRequest requestFor(const QUrl &url)
+QKSynchronousRequest::Reply
+get(const QUrl &url, std::chrono::milliseconds timeout = QKSynchronousRequest::DefaultTimeout)
 {
     QNetworkRequest request(url);
-    request.setHeader(QNetworkRequest::UserAgentHeader, QStringLiteral("QKTest/1.0"));
-    return request;
+    request.setHeader(QNetworkRequest::UserAgentHeader, u"QKTest/1.0"_s);
+    return QKSynchronousRequest::get(request, timeout);
 }
 
 } // namespace
 
-TEST(QKSynchronousRequest, errorStatusesAreAnswersNotFailures)
+TEST(QKSynchronousRequest, errorStatusesAndRedirectsAreAnswers)
 {
     QKTestHttpServer server(route);
-
-    const auto ok = QKSynchronousRequest::get(requestFor(server.url("/feed")));
-    EXPECT_TRUE(ok.isSuccess()) << ok.errorString.toStdString();
-    EXPECT_EQ(ok.statusCode, 200);
-    EXPECT_EQ(ok.data, "feed for QKTest/1.0");
-
-    const auto missing = QKSynchronousRequest::get(requestFor(server.url("/missing")));
-    EXPECT_TRUE(missing.isSuccess());
-    EXPECT_EQ(missing.statusCode, 404);
-    EXPECT_EQ(missing.data, "<html>No such page</html>");
-
-    const auto broken = QKSynchronousRequest::get(requestFor(server.url("/broken")));
-    EXPECT_TRUE(broken.isSuccess());
-    EXPECT_EQ(broken.statusCode, 500);
-    EXPECT_EQ(broken.data, "boom");
-}
-
-TEST(QKSynchronousRequest, redirectsAreFollowed)
-{
-    QKTestHttpServer server(route);
-    const auto reply = QKSynchronousRequest::get(requestFor(server.url("/moved")));
-    EXPECT_TRUE(reply.isSuccess());
-    EXPECT_EQ(reply.statusCode, 200);
-    EXPECT_EQ(reply.data, "feed for QKTest/1.0");
-    EXPECT_EQ(reply.url, server.url("/feed"));
+    const struct
+    {
+        const char *path;
+        int status;
+        QByteArray data;
+    } cases[] = {{"/feed", 200, "feed for QKTest/1.0"},
+                 {"/missing", 404, "<html>No such page</html>"},
+                 {"/broken", 500, "boom"},
+                 {"/moved", 200, "feed for QKTest/1.0"}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.path);
+        const auto reply = get(server.url(QString::fromLatin1(c.path)));
+        EXPECT_TRUE(reply.isSuccess()) << reply.errorString.toStdString();
+        EXPECT_EQ(reply.statusCode, c.status);
+        EXPECT_EQ(reply.data, c.data);
+    }
+    EXPECT_EQ(get(server.url("/moved")).url, server.url("/feed"));
 }
 
 TEST(QKSynchronousRequest, transportFailuresAreErrors)
 {
     QKTestHttpServer server(route);
-
-    const auto dropped = QKSynchronousRequest::get(requestFor(server.url("/drop")));
+    const auto dropped = get(server.url("/drop"));
     EXPECT_FALSE(dropped.isSuccess());
     EXPECT_TRUE(dropped.data.isEmpty());
 
-    const auto hung = QKSynchronousRequest::get(requestFor(server.url("/hang")), 300ms);
+    const auto hung = get(server.url("/hang"), 300ms);
     EXPECT_FALSE(hung.isSuccess());
-    EXPECT_TRUE(hung.errorString.contains(QStringLiteral("300 ms")));
+    EXPECT_TRUE(hung.errorString.contains(u"300 ms"_s));
 
     QTcpServer closed;
     ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
-    const QUrl refusedUrl(QStringLiteral("http://127.0.0.1:%1/").arg(closed.serverPort()));
+    const QUrl refusedUrl(u"http://127.0.0.1:%1/"_s.arg(closed.serverPort()));
     closed.close();
-    const auto refused = QKSynchronousRequest::get(requestFor(refusedUrl));
+    const auto refused = get(refusedUrl);
     EXPECT_FALSE(refused.isSuccess());
     EXPECT_EQ(refused.statusCode, 0);
 }
@@ -102,10 +91,8 @@ TEST(QKSynchronousRequest, worksOnWorkerThreadsWithoutEventLoop)
 
     QKSynchronousRequest::Reply posted, fetched, dropped;
     std::thread poster([&] { posted = QKSynchronousRequest::post(form); });
-    std::thread fetcher(
-        [&] { fetched = QKSynchronousRequest::get(requestFor(server.url("/feed"))); });
-    std::thread failer(
-        [&] { dropped = QKSynchronousRequest::get(requestFor(server.url("/drop"))); });
+    std::thread fetcher([&] { fetched = get(server.url("/feed")); });
+    std::thread failer([&] { dropped = get(server.url("/drop")); });
     poster.join();
     fetcher.join();
     failer.join();

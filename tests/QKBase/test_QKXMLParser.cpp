@@ -1,19 +1,20 @@
+#include "QKTestSupport.h"
 #include "QKXMLParser.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 
-std::unique_ptr<QKXMLParser> helpDeskParser(QKXMLParser::RootClass rootClass)
+QVariant parse(QKXMLParser::RootClass rootClass, const QByteArray &data, QString *error = nullptr)
 {
     auto parser = QKXMLParser::parser();
-    parser->setDictionaryElements(
-        {QStringLiteral("request"), QStringLiteral("history_events"), QStringLiteral("category")});
-    parser->setArrayElements({QStringLiteral("history")});
-    parser->setIgnoredElements({QStringLiteral("results")});
+    parser->setDictionaryElements({u"request"_s, u"history_events"_s, u"category"_s});
+    parser->setArrayElements({u"history"_s});
+    parser->setIgnoredElements({u"results"_s});
     parser->setRootClass(rootClass);
-    return parser;
+    return parser->objectForData(data, error);
 }
+
+constexpr auto Array = QKXMLParser::RootClass::Array;
+constexpr auto Dictionary = QKXMLParser::RootClass::Dictionary;
 
 const QByteArray requestList = R"(<?xml version="1.0" encoding="UTF-8"?>
 <results>
@@ -54,110 +55,87 @@ TEST(QKXMLParser, categoryListBecomesArrayOfDictionaries)
                             "<fAllowPublicSubmit>1</fAllowPublicSubmit><fDeleted>0</fDeleted>"
                             "</category><category><xCategory>5</xCategory>"
                             "<sCategory>Zoë Ångström</sCategory></category></results>";
-    QString error = QStringLiteral("stale");
-    const QVariant root =
-        helpDeskParser(QKXMLParser::RootClass::Array)->objectForData(data, &error);
-
+    QString error = u"stale"_s;
+    const QVariant root = parse(Array, data, &error);
     EXPECT_TRUE(error.isEmpty());
     ASSERT_EQ(root.typeId(), QMetaType::QVariantList);
     const QVariantList categories = root.toList();
     ASSERT_EQ(categories.size(), 2);
-    const QVariantMap first = categories[0].toMap();
-    EXPECT_EQ(first.value("xCategory"), QVariant(QStringLiteral("3")));
-    EXPECT_EQ(first.value("sCategory").toString().toStdString(), "Bug Report");
-    EXPECT_EQ(first.value("fAllowPublicSubmit").toString().toStdString(), "1");
-    EXPECT_EQ(first.value("fDeleted").toString().toStdString(), "0");
-    EXPECT_EQ(categories[1].toMap().value("sCategory").toString().toStdString(), "Zoë Ångström");
+    EXPECT_EQ(categories[0].toMap(), (QVariantMap{{"xCategory", "3"},
+                                                  {"sCategory", "Bug Report"},
+                                                  {"fAllowPublicSubmit", "1"},
+                                                  {"fDeleted", "0"}}));
+    EXPECT_EQ(categories[1].toMap().value("sCategory"), u"Zoë Ångström"_s);
 }
 
 TEST(QKXMLParser, requestListNestsHistoryEvents)
 {
-    const QVariantList requests =
-        helpDeskParser(QKXMLParser::RootClass::Array)->objectForData(requestList).toList();
+    const QVariantList requests = parse(Array, requestList).toList();
     ASSERT_EQ(requests.size(), 2);
-
     const QVariantMap open = requests[0].toMap();
-    EXPECT_EQ(open.value("xRequest").toString().toStdString(), "12400");
-    EXPECT_EQ(open.value("fOpen").toString().toStdString(), "1");
+    expectTexts(open, {{"xRequest", u"12400"_s}, {"fOpen", u"1"_s}});
     EXPECT_EQ(open.value("sPhone"), QVariant(QString()));
     ASSERT_EQ(open.value("history").typeId(), QMetaType::QVariantList);
     const QVariantList history = open.value("history").toList();
     ASSERT_EQ(history.size(), 2);
-    const QVariantMap customerNote = history[0].toMap();
-    EXPECT_EQ(customerNote.value("tNote").toString().toStdString(),
-              "It crashes <b>on start</b>.\nSecond line & more");
-    EXPECT_EQ(customerNote.value("xPerson").toString().toStdString(), "0");
-    EXPECT_EQ(customerNote.value("dtGMTChange").toString().toStdString(), "1230768000");
-    EXPECT_EQ(history[1].toMap().value("tNote").toString().toStdString(), "Fixed in 2.5 & later");
-    EXPECT_EQ(history[1].toMap().value("fPublic").toString().toStdString(), "0");
-
-    const QVariantMap closed = requests[1].toMap();
-    EXPECT_EQ(closed.value("fOpen").toString().toStdString(), "0");
-    EXPECT_EQ(closed.value("history"), QVariant(QVariantList()));
+    expectTexts(history[0].toMap(),
+                {{"tNote", u"It crashes <b>on start</b>.\nSecond line & more"_s},
+                 {"xPerson", u"0"_s},
+                 {"dtGMTChange", u"1230768000"_s}});
+    expectTexts(history[1].toMap(), {{"tNote", u"Fixed in 2.5 & later"_s}, {"fPublic", u"0"_s}});
+    EXPECT_EQ(requests[1].toMap().value("fOpen"), "0");
+    EXPECT_EQ(requests[1].toMap().value("history"), QVariant(QVariantList()));
 }
 
-TEST(QKXMLParser, createReplyFillsDictionaryRoot)
+TEST(QKXMLParser, dictionaryRootsAndRepeatedOrUnlistedElements)
 {
-    const QByteArray data = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<results>\n"
-                            "  <xRequest>12402</xRequest>\n"
-                            "  <xRequestHistory>88001</xRequestHistory>\n</results>\n";
-    const QVariant root = helpDeskParser(QKXMLParser::RootClass::Dictionary)->objectForData(data);
-    ASSERT_EQ(root.typeId(), QMetaType::QVariantMap);
-    EXPECT_EQ(root.toMap(), (QVariantMap{{"xRequest", "12402"}, {"xRequestHistory", "88001"}}));
-}
+    const QVariant created = parse(Dictionary, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                               "<results>\n  <xRequest>12402</xRequest>\n"
+                                               "  <xRequestHistory>88001</xRequestHistory>\n"
+                                               "</results>\n");
+    ASSERT_EQ(created.typeId(), QMetaType::QVariantMap);
+    EXPECT_EQ(created.toMap(), (QVariantMap{{"xRequest", "12402"}, {"xRequestHistory", "88001"}}));
 
-TEST(QKXMLParser, repeatedNamesKeepTheLastValue)
-{
-    const QByteArray data = "<results><request><xRequest>1</xRequest><xRequest>2</xRequest>"
-                            "</request><request><xRequest>3</xRequest></request></results>";
-    const QVariantMap root =
-        helpDeskParser(QKXMLParser::RootClass::Dictionary)->objectForData(data).toMap();
-    EXPECT_EQ(root.value("request").toMap().value("xRequest").toString().toStdString(), "3");
-
-    const QVariantList list =
-        helpDeskParser(QKXMLParser::RootClass::Array)->objectForData(data).toList();
+    // Repeated names keep the last value.
+    const QByteArray repeated = "<results><request><xRequest>1</xRequest><xRequest>2</xRequest>"
+                                "</request><request><xRequest>3</xRequest></request></results>";
+    EXPECT_EQ(parse(Dictionary, repeated).toMap().value("request").toMap().value("xRequest"), "3");
+    const QVariantList list = parse(Array, repeated).toList();
     ASSERT_EQ(list.size(), 2);
-    EXPECT_EQ(list[0].toMap().value("xRequest").toString().toStdString(), "2");
-}
+    EXPECT_EQ(list[0].toMap().value("xRequest"), "2");
 
-TEST(QKXMLParser, unlistedElementsBecomeLeavesOrDictionaries)
-{
-    const QByteArray data = "<results><note>plain</note><request><xRequest>4</xRequest>"
-                            "<customer>ignored text<sName>Zoë</sName><results><sEmail>z@x"
-                            "</sEmail></results></customer></request></results>";
-    const QVariantList list =
-        helpDeskParser(QKXMLParser::RootClass::Array)->objectForData(data).toList();
-    ASSERT_EQ(list.size(), 2);
-    EXPECT_EQ(list[0], QVariant(QStringLiteral("plain")));
-    const QVariantMap customer = list[1].toMap().value("customer").toMap();
-    EXPECT_EQ(customer, (QVariantMap{{"sName", QStringLiteral("Zoë")}, {"sEmail", "z@x"}}));
+    // Unlisted elements become leaves, or dictionaries when they have children.
+    const QVariantList mixed =
+        parse(Array, "<results><note>plain</note><request><xRequest>4</xRequest>"
+                     "<customer>ignored text<sName>Zoë</sName><results><sEmail>z@x"
+                     "</sEmail></results></customer></request></results>")
+            .toList();
+    ASSERT_EQ(mixed.size(), 2);
+    EXPECT_EQ(mixed[0], "plain");
+    EXPECT_EQ(mixed[1].toMap().value("customer").toMap(),
+              (QVariantMap{{"sName", u"Zoë"_s}, {"sEmail", "z@x"}}));
 }
 
 TEST(QKXMLParser, everyTruncationKeepsTheClosedTopLevelValues)
 {
-    const auto parser = helpDeskParser(QKXMLParser::RootClass::Array);
-    const QVariantList complete = parser->objectForData(requestList).toList();
+    const QVariantList complete = parse(Array, requestList).toList();
     const qsizetype firstRequestEnd = requestList.indexOf("</request>") + 10;
-
     for (qsizetype length = 0; length < requestList.size(); ++length) {
+        SCOPED_TRACE(length);
         QString error;
-        const QVariant root = parser->objectForData(requestList.left(length), &error);
-        ASSERT_EQ(root.typeId(), QMetaType::QVariantList) << length;
+        const QVariant root = parse(Array, requestList.left(length), &error);
+        ASSERT_EQ(root.typeId(), QMetaType::QVariantList);
         const QVariantList partial = root.toList();
         ASSERT_LE(partial.size(), complete.size());
-        for (qsizetype i = 0; i < partial.size(); ++i)
-            EXPECT_EQ(partial[i], complete[i]) << "prefix of " << length << " bytes";
-        EXPECT_EQ(partial.size() >= 1, length >= firstRequestEnd) << length;
+        EXPECT_EQ(partial, complete.mid(0, partial.size()));
+        EXPECT_EQ(partial.size() >= 1, length >= firstRequestEnd);
         // Only the final newline may be missing without breaking the document.
-        if (length < requestList.size() - 1) {
-            EXPECT_FALSE(error.isEmpty()) << length;
-        }
+        EXPECT_EQ(error.isEmpty(), length == requestList.size() - 1);
     }
 }
 
 TEST(QKXMLParser, malformedDataGivesEmptyRootAndError)
 {
-    const auto parser = helpDeskParser(QKXMLParser::RootClass::Dictionary);
     const QList<QByteArray> samples = {
         QByteArray(),
         QByteArray("<!DOCTYPE html><html><body><p>Server error<br></body></html>"),
@@ -166,14 +144,11 @@ TEST(QKXMLParser, malformedDataGivesEmptyRootAndError)
         QByteArray("<results><xRequest>1</xRequest></results><results/>"),
     };
     for (const QByteArray &sample : samples) {
+        SCOPED_TRACE(sample.toStdString());
         QString error;
-        const QVariant root = parser->objectForData(sample, &error);
-        EXPECT_EQ(root.typeId(), QMetaType::QVariantMap) << sample.toStdString();
-        EXPECT_FALSE(error.isEmpty()) << sample.toStdString();
-        EXPECT_TRUE(error.contains(QStringLiteral("line"))) << error.toStdString();
+        EXPECT_EQ(parse(Dictionary, sample, &error).typeId(), QMetaType::QVariantMap);
+        EXPECT_TRUE(error.contains(u"line"_s)) << error.toStdString();
     }
     // A second document after the first is an error, but the first one's values remain.
-    EXPECT_EQ(
-        parser->objectForData(samples.last()).toMap().value("xRequest").toString().toStdString(),
-        "1");
+    EXPECT_EQ(parse(Dictionary, samples.last()).toMap().value("xRequest"), "1");
 }

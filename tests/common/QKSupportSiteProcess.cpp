@@ -10,21 +10,7 @@ namespace {
 
 constexpr int startTimeoutMs = 15000;
 constexpr int stopTimeoutMs = 5000;
-const QByteArray listeningPrefix = QByteArrayLiteral("Listening on http://127.0.0.1:");
-
-/** An environment variable's value before we changed it; nullopt when it was not set. */
-std::optional<QByteArray> savedVariable(const char *name)
-{
-    return qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt;
-}
-
-void restoreVariable(const char *name, const std::optional<QByteArray> &value)
-{
-    if (value)
-        qputenv(name, *value);
-    else
-        qunsetenv(name);
-}
+const char *const exportedVariables[] = {"QK_SUPPORT_BASE_URL", "QK_HELPDESK_API_URL"};
 
 } // namespace
 
@@ -38,59 +24,42 @@ struct QKSupportSiteProcess::Private
     quint16 previousPort = 0;
     QString error;
     int lastExitCode = -1;
-    std::optional<QByteArray> savedBaseURL;
-    std::optional<QByteArray> savedAPIURL;
+    // The variables' values before we set them; nullopt when they were not set.
+    std::optional<QByteArray> savedVariables[2];
 
     bool launch(quint16 requestedPort);
-    void exportAddresses() const;
 };
 
+// Starts the site and reads the one line it prints once it listens.
 bool QKSupportSiteProcess::Private::launch(quint16 requestedPort)
 {
     process = std::make_unique<QProcess>();
     // The site logs every request on stderr; passing it through puts it beside the test's output.
     process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process->setReadChannel(QProcess::StandardOutput);
     process->start(QStringLiteral(QK_SUPPORT_SITE_EXECUTABLE),
                    {QStringLiteral("--port"), QString::number(requestedPort),
                     QStringLiteral("--data"), dataPath, QStringLiteral("--state"),
                     stateDirectory.filePath(QStringLiteral("state.sqlite"))});
-    if (!process->waitForStarted(startTimeoutMs)) {
-        error = QStringLiteral("cannot start %1: %2")
-                    .arg(QStringLiteral(QK_SUPPORT_SITE_EXECUTABLE), process->errorString());
-        process.reset();
-        return false;
-    }
     const QDeadlineTimer deadline(startTimeoutMs);
-    while (!process->canReadLine() && process->state() == QProcess::Running &&
+    while (!process->canReadLine() && process->state() != QProcess::NotRunning &&
            !deadline.hasExpired()) {
         process->waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())));
     }
-    const QByteArray line = process->canReadLine() ? process->readLine().trimmed() : QByteArray();
-    bool ok = false;
-    const uint listening =
-        line.startsWith(listeningPrefix) ? line.mid(listeningPrefix.size()).toUInt(&ok) : 0;
-    if (!ok || listening == 0 || listening > 65535) {
+    const QByteArray line = process->readLine().trimmed();
+    const QByteArray prefix = "Listening on http://127.0.0.1:";
+    const uint listening = line.startsWith(prefix) ? line.mid(prefix.size()).toUInt() : 0;
+    if (listening == 0 || listening > 65535) {
         error = QStringLiteral("the support site did not report its port (said \"%1\", %2)")
                     .arg(QString::fromUtf8(line + process->readAllStandardOutput()),
-                         process->state() == QProcess::Running ? QStringLiteral("still running")
-                                                               : QStringLiteral("exited"));
+                         process->errorString());
         process->kill();
         process->waitForFinished(stopTimeoutMs);
         process.reset();
         return false;
     }
-    port = quint16(listening);
-    previousPort = port;
+    port = previousPort = quint16(listening);
     error.clear();
     return true;
-}
-
-void QKSupportSiteProcess::Private::exportAddresses() const
-{
-    const QByteArray base = "http://127.0.0.1:" + QByteArray::number(port);
-    qputenv("QK_SUPPORT_BASE_URL", base);
-    qputenv("QK_HELPDESK_API_URL", base + "/helpspot_api.php");
 }
 
 QKSupportSiteProcess::QKSupportSiteProcess(Environment environment, const QString &dataPath)
@@ -98,9 +67,9 @@ QKSupportSiteProcess::QKSupportSiteProcess(Environment environment, const QStrin
 {
     d->environment = environment;
     d->dataPath = dataPath.isEmpty() ? QStringLiteral(QK_SUPPORT_SITE_DATA) : dataPath;
-    if (environment == Environment::Export) {
-        d->savedBaseURL = savedVariable("QK_SUPPORT_BASE_URL");
-        d->savedAPIURL = savedVariable("QK_HELPDESK_API_URL");
+    for (int i = 0; i < 2 && environment == Environment::Export; ++i) {
+        if (qEnvironmentVariableIsSet(exportedVariables[i]))
+            d->savedVariables[i] = qgetenv(exportedVariables[i]);
     }
     start();
 }
@@ -108,9 +77,11 @@ QKSupportSiteProcess::QKSupportSiteProcess(Environment environment, const QStrin
 QKSupportSiteProcess::~QKSupportSiteProcess()
 {
     stop();
-    if (d->environment == Environment::Export) {
-        restoreVariable("QK_SUPPORT_BASE_URL", d->savedBaseURL);
-        restoreVariable("QK_HELPDESK_API_URL", d->savedAPIURL);
+    for (int i = 0; i < 2 && d->environment == Environment::Export; ++i) {
+        if (d->savedVariables[i])
+            qputenv(exportedVariables[i], *d->savedVariables[i]);
+        else
+            qunsetenv(exportedVariables[i]);
     }
 }
 
@@ -158,22 +129,23 @@ bool QKSupportSiteProcess::start()
         return false;
     }
     // Another process may have taken the old port in the meantime; then any port will do.
-    const bool started = (d->previousPort != 0 && d->launch(d->previousPort)) || d->launch(0);
-    if (started && d->environment == Environment::Export)
-        d->exportAddresses();
-    return started;
+    if (!(d->previousPort != 0 && d->launch(d->previousPort)) && !d->launch(0))
+        return false;
+    if (d->environment == Environment::Export) {
+        qputenv(exportedVariables[0], baseURL().toUtf8());
+        qputenv(exportedVariables[1], helpDeskAPIURL().toUtf8());
+    }
+    return true;
 }
 
 void QKSupportSiteProcess::stop()
 {
     if (!d->process)
         return;
-    if (d->process->state() != QProcess::NotRunning) {
-        d->process->terminate();
-        if (!d->process->waitForFinished(stopTimeoutMs)) {
-            d->process->kill();
-            d->process->waitForFinished(stopTimeoutMs);
-        }
+    d->process->terminate();
+    if (!d->process->waitForFinished(stopTimeoutMs)) {
+        d->process->kill();
+        d->process->waitForFinished(stopTimeoutMs);
     }
     d->lastExitCode =
         d->process->exitStatus() == QProcess::NormalExit ? d->process->exitCode() : -1;

@@ -3,7 +3,6 @@
 #include <QKMeter.h>
 #include <QKMeterController.h>
 
-#include <QStringList>
 #include <QVariant>
 
 #include <gtest/gtest.h>
@@ -12,18 +11,18 @@
 
 namespace {
 
-// Records what it hears; two meters with the same level compare equal.
+QStringList g_heard;
+
+// Records what it hears as "name=measurement"; two meters of one level compare equal.
 class RecordingMeter : public QKMeter
 {
 public:
-    RecordingMeter(const QString &name, QStringList *log, int level = 0)
-        : m_name(name), m_log(log), m_level(level)
-    {}
+    explicit RecordingMeter(const QString &name, int level = 0) : m_name(name), m_level(level) {}
     bool operator==(const RecordingMeter &other) const { return m_level == other.m_level; }
 
     void input(const QVariant &measurement) override
     {
-        m_log->append(m_name + QLatin1Char('=') + measurement.toString());
+        g_heard << m_name + u'=' + measurement.toString();
         last = measurement;
         if (onInput)
             onInput();
@@ -34,123 +33,90 @@ public:
 
 private:
     QString m_name;
-    QStringList *m_log;
     int m_level;
 };
 
+std::shared_ptr<RecordingMeter> meter(const QString &name, int level = 0)
+{
+    return std::make_shared<RecordingMeter>(name, level);
+}
+
+QKMeterController *controller()
+{
+    return QKMeterController::defaultController();
+}
+
+// The meters' record of @p measurement.
+QStringList heard(const QVariant &measurement)
+{
+    g_heard.clear();
+    controller()->input(measurement);
+    return g_heard;
+}
+
 } // namespace
 
-TEST(QKMeterController, fansOutToEveryMeterInRegistrationOrder)
+TEST(QKMeterController, fansOutToEveryMeterOnceInRegistrationOrder)
 {
-    QStringList log;
-    QKMeterController *controller = QKMeterController::defaultController();
-    EXPECT_EQ(QKMeterController::defaultController(), controller);
-    auto left = std::make_shared<RecordingMeter>(QStringLiteral("left"), &log);
-    auto right = std::make_shared<RecordingMeter>(QStringLiteral("right"), &log);
-    auto master = std::make_shared<RecordingMeter>(QStringLiteral("master"), &log);
-    controller->addMeter(right);
-    controller->addMeter(left);
-    controller->addMeter(master);
+    EXPECT_EQ(controller(), QKMeterController::defaultController());
+    const auto left = meter(u"left"_s), right = meter(u"right"_s, 3), twin = meter(u"twin"_s, 3);
+    ASSERT_TRUE(*right == *twin);
+    controller()->addMeter(right);
+    controller()->addMeter(left);
+    controller()->addMeter(right);
+    controller()->addMeter(twin);
+    controller()->addMeter(nullptr);
+    EXPECT_EQ(heard(u"-6 dB"_s), QStringList({"right=-6 dB", "left=-6 dB", "twin=-6 dB"}));
+    // Passed on untouched, whatever it holds.
+    const QVariantMap levels{{u"peak"_s, QVariantList{0.5, 0.25}}};
+    controller()->input(levels);
+    EXPECT_EQ(twin->last, levels);
 
-    const QVariantMap levels{{QStringLiteral("peak"), QVariantList{0.5, 0.25}}};
-    controller->input(QStringLiteral("-6 dB"));
-    controller->input(levels);
-    EXPECT_EQ(log, QStringList({"right=-6 dB", "left=-6 dB", "master=-6 dB",
-                                "right=", "left=", "master="}));
-    EXPECT_EQ(master->last, QVariant(levels));
-
-    controller->removeMeter(left.get());
-    log.clear();
-    controller->input(1);
-    EXPECT_EQ(log, QStringList({"right=1", "master=1"}));
+    // Removing what is not registered, or twice, changes nothing.
+    RecordingMeter stranger(u"stranger"_s, 3);
+    controller()->removeMeter(&stranger);
+    controller()->removeMeter(left.get());
+    controller()->removeMeter(left.get());
+    EXPECT_EQ(heard(1), QStringList({"right=1", "twin=1"}));
+    controller()->removeMeter(right.get());
+    controller()->removeMeter(twin.get());
+    EXPECT_TRUE(heard(2).isEmpty());
+    EXPECT_TRUE(controller()->meters().isEmpty());
 }
 
-TEST(QKMeterController, registersAMeterOnceButEqualMetersBoth)
+TEST(QKMeterController, metersChangingTheListDuringInputTakeEffectNextTime)
 {
-    QStringList log;
-    QKMeterController *controller = QKMeterController::defaultController();
-    auto meter = std::make_shared<RecordingMeter>(QStringLiteral("a"), &log, 3);
-    auto twin = std::make_shared<RecordingMeter>(QStringLiteral("b"), &log, 3);
-    ASSERT_TRUE(*meter == *twin);
-
-    controller->addMeter(meter);
-    controller->addMeter(meter);
-    controller->addMeter(twin);
-    controller->addMeter(nullptr);
-    EXPECT_EQ(controller->meters().size(), 2);
-    controller->input(7);
-    EXPECT_EQ(log, QStringList({"a=7", "b=7"}));
-
-    // Removing what is not registered, or fanning out to nobody, changes nothing.
-    RecordingMeter stranger(QStringLiteral("c"), &log, 3);
-    controller->removeMeter(&stranger);
-    controller->removeMeter(meter.get());
-    controller->removeMeter(twin.get());
-    controller->removeMeter(twin.get());
-    log.clear();
-    controller->input(8);
-    EXPECT_TRUE(log.isEmpty());
-    EXPECT_TRUE(controller->meters().isEmpty());
-}
-
-TEST(QKMeterController, meterAddedDuringInputHearsOnlyTheNextMeasurement)
-{
-    QStringList log;
-    QKMeterController *controller = QKMeterController::defaultController();
-    auto first = std::make_shared<RecordingMeter>(QStringLiteral("first"), &log);
-    auto late = std::make_shared<RecordingMeter>(QStringLiteral("late"), &log);
-    first->onInput = [&] {
-        controller->addMeter(late);
+    const auto first = meter(u"first"_s), late = meter(u"late"_s);
+    first->onInput = [&late] {
+        controller()->addMeter(late);
     };
-    controller->addMeter(first);
+    controller()->addMeter(first);
+    EXPECT_EQ(heard(1), QStringList({"first=1"}));
+    EXPECT_EQ(heard(2), QStringList({"first=2", "late=2"}));
 
-    controller->input(1);
-    EXPECT_EQ(log, QStringList({"first=1"}));
-    controller->input(2);
-    EXPECT_EQ(log, QStringList({"first=1", "first=2", "late=2"}));
-}
-
-TEST(QKMeterController, meterThatUnregistersItselfFinishesItsInput)
-{
-    QStringList log;
-    QKMeterController *controller = QKMeterController::defaultController();
-    auto leaving = std::make_shared<RecordingMeter>(QStringLiteral("leaving"), &log);
+    // A meter that unregisters itself finishes its input; the controller owned it.
+    auto leaving = meter(u"leaving"_s);
     std::weak_ptr<RecordingMeter> watch = leaving;
     bool aliveAfterRemoval = false;
     leaving->onInput = [&] {
-        controller->removeMeter(watch.lock().get());
+        controller()->removeMeter(watch.lock().get());
         aliveAfterRemoval = !watch.expired();
     };
-    controller->addMeter(leaving);
+    controller()->addMeter(leaving);
     leaving.reset();
-
-    controller->input(1);
+    EXPECT_EQ(heard(3), QStringList({"first=3", "late=3", "leaving=3"}));
     EXPECT_TRUE(aliveAfterRemoval);
     EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(log, QStringList({"leaving=1"}));
-}
 
-TEST(QKMeterController, ownsItsMetersUntilDisposed)
-{
-    QStringList log;
-    std::weak_ptr<RecordingMeter> kept;
-    std::weak_ptr<RecordingMeter> removed;
+    // The controller owns its meters until it is disposed; the next one starts empty.
+    std::weak_ptr<RecordingMeter> owned;
     {
-        auto a = std::make_shared<RecordingMeter>(QStringLiteral("a"), &log);
-        auto b = std::make_shared<RecordingMeter>(QStringLiteral("b"), &log);
-        kept = a;
-        removed = b;
-        QKMeterController::defaultController()->addMeter(a);
-        QKMeterController::defaultController()->addMeter(b);
+        const auto only = meter(u"only"_s);
+        owned = only;
+        controller()->addMeter(only);
     }
-    EXPECT_FALSE(kept.expired());
-    QKMeterController::defaultController()->removeMeter(removed.lock().get());
-    EXPECT_TRUE(removed.expired());
-
+    EXPECT_FALSE(owned.expired());
     QKMeterController::dispose();
-    EXPECT_TRUE(kept.expired());
-    QKMeterController *fresh = QKMeterController::defaultController();
-    EXPECT_TRUE(fresh->meters().isEmpty());
-    fresh->input(1);
-    EXPECT_TRUE(log.isEmpty());
+    EXPECT_TRUE(owned.expired());
+    EXPECT_TRUE(controller()->meters().isEmpty());
 }

@@ -25,16 +25,16 @@ public:
         : QKPreferencesPane(parent), m_identifier(identifier)
     {
         resize(size);
-        setToolTip(identifier + QStringLiteral(" settings"));
+        setToolTip(identifier + u" settings"_s);
     }
 
     QString identifier() const override { return m_identifier; }
     QString title() const override { return m_identifier.toUpper(); }
-    QString tooltip() const override { return QStringLiteral("never shown"); }
-    void paneWillBecomeFront() override { g_log << m_identifier + QStringLiteral(":willBecome"); }
-    void paneDidBecomeFront() override { g_log << m_identifier + QStringLiteral(":didBecome"); }
-    void paneWillResignFront() override { g_log << m_identifier + QStringLiteral(":willResign"); }
-    void paneDidResignFront() override { g_log << m_identifier + QStringLiteral(":didResign"); }
+    QString tooltip() const override { return u"never shown"_s; }
+    void paneWillBecomeFront() override { g_log << m_identifier + u":willBecome"_s; }
+    void paneDidBecomeFront() override { g_log << m_identifier + u":didBecome"_s; }
+    void paneWillResignFront() override { g_log << m_identifier + u":willResign"_s; }
+    void paneDidResignFront() override { g_log << m_identifier + u":didResign"_s; }
     void updateControls() override { ++updates; }
 
     int updates = 0;
@@ -47,23 +47,20 @@ private:
 class NamePane : public TestPane
 {
 public:
-    explicit NamePane(QWidget *parent) : TestPane(QStringLiteral("name"), QSize(300, 80), parent)
+    explicit NamePane(QWidget *parent) : TestPane(u"name"_s, QSize(300, 80), parent)
     {
         field = new QLineEdit(this);
         field->setGeometry(10, 10, 200, 24);
         connect(field, &QLineEdit::editingFinished, this, [this] { itemChanged(field); });
     }
-    void itemChanged(QObject *) override
-    {
-        defaults()->setObject(field->text(), QStringLiteral("Test Name"));
-    }
+    void itemChanged(QObject *) override { defaults()->setObject(field->text(), u"Test Name"_s); }
     QLineEdit *field;
 };
 
 class TestPanel : public QKPreferencesPanel
 {
 public:
-    QString panelNibName() const override { return QStringLiteral("TestPreferences"); }
+    QString panelNibName() const override { return u"TestPreferences"_s; }
     QList<QKPreferencesPane *> panes() const override { return m_panes; }
     int animationResizeTime(const QRect &frame) const override
     {
@@ -85,9 +82,8 @@ public:
 protected:
     void loadPanelNib(QWidget *panel) override
     {
-        m_panes = {new TestPane(QStringLiteral("general"), QSize(420, 160), panel),
-                   new TestPane(QStringLiteral("audio"), QSize(480, 300), panel),
-                   new NamePane(panel)};
+        m_panes = {new TestPane(u"general"_s, QSize(420, 160), panel),
+                   new TestPane(u"audio"_s, QSize(480, 300), panel), new NamePane(panel)};
     }
 
 private:
@@ -103,9 +99,11 @@ TestPanel *testPanel()
     return QKPreferencesPanel::sharedInstance<TestPanel>();
 }
 
-QPoint screenCentre()
+// How far the panel's centre lies from the screen's.
+int offCentre()
 {
-    return QGuiApplication::primaryScreen()->availableGeometry().center();
+    const QPoint screen = QGuiApplication::primaryScreen()->availableGeometry().center();
+    return (testPanel()->panel()->geometry().center() - screen).manhattanLength();
 }
 
 int toolbarHeight()
@@ -113,22 +111,18 @@ int toolbarHeight()
     return testPanel()->preferencesToolbar()->sizeHint().height();
 }
 
-} // namespace
+const QStringList switchToAudio{"general:willResign", "audio:willBecome", "general:didResign",
+                                "audio:didBecome"};
 
-TEST(QKPreferencesPanel, sharedInstanceTakesTheClassOfTheFirstCaller)
-{
-    TestPanel *panel = testPanel();
-    ASSERT_NE(panel, nullptr);
-    EXPECT_EQ(QKPreferencesPanel::sharedInstance(), panel);
-    EXPECT_EQ(testPanel(), panel);
-    EXPECT_EQ(QKPreferencesPanel::sharedInstance<OtherPanel>(), nullptr);
-    EXPECT_EQ(panel->panel(), nullptr);
-    EXPECT_EQ(panel->currentPane(), nullptr);
-}
+} // namespace
 
 TEST(QKPreferencesPanel, firstOpenShowsTheFirstPaneCentredUnderTheToolbar)
 {
     TestPanel *panel = testPanel();
+    EXPECT_EQ(QKPreferencesPanel::sharedInstance(), panel);
+    EXPECT_EQ(testPanel(), panel);
+    EXPECT_EQ(QKPreferencesPanel::sharedInstance<OtherPanel>(), nullptr);
+    EXPECT_EQ(panel->panel(), nullptr);
     QKPreferencesPanel::update(); // before loading: nothing to reach, nothing breaks
     QKPreferencesPanel::open();
 
@@ -137,26 +131,26 @@ TEST(QKPreferencesPanel, firstOpenShowsTheFirstPaneCentredUnderTheToolbar)
     EXPECT_EQ(panel->currentPane(), panel->pane(0));
     EXPECT_EQ(g_log, QStringList({"general:willBecome", "general:didBecome"}));
     EXPECT_EQ(panel->toolbarItemIdentifiers(), QStringList({"general", "audio", "name"}));
+    EXPECT_EQ(panel->panel()->size(), QSize(420, 160 + toolbarHeight()));
+    EXPECT_LE(offCentre(), 2);
+    // Every pane is brought up to date at load, and by every update(), shown or not.
+    QKPreferencesPanel::update();
     for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(panel->pane(i)->updates, 1);
-
-    const QRect frame = panel->panel()->geometry();
-    EXPECT_EQ(frame.size(), QSize(420, 160 + toolbarHeight()));
-    EXPECT_LE((frame.center() - screenCentre()).manhattanLength(), 2);
+        EXPECT_EQ(panel->pane(i)->updates, 2) << i;
 
     QToolBar *toolbar = panel->preferencesToolbar();
-    EXPECT_EQ(toolbar->objectName(), QStringLiteral("preferencesToolbar"));
+    EXPECT_EQ(toolbar->objectName(), u"preferencesToolbar"_s);
     EXPECT_EQ(toolbar->toolButtonStyle(), Qt::ToolButtonTextUnderIcon);
     EXPECT_FALSE(toolbar->isMovable());
-    QAction *audio = panel->item(QStringLiteral("audio"));
+    QAction *audio = panel->item(u"audio"_s);
     ASSERT_NE(audio, nullptr);
-    EXPECT_EQ(audio->text(), QStringLiteral("AUDIO"));
-    EXPECT_TRUE(panel->item(QStringLiteral("general"))->isChecked());
+    EXPECT_EQ(audio->text(), u"AUDIO"_s);
+    EXPECT_TRUE(panel->item(u"general"_s)->isChecked());
     // The item's tip is the pane widget's own tool tip, never the pane's tooltip().
-    EXPECT_EQ(audio->toolTip(), QStringLiteral("audio settings"));
+    EXPECT_EQ(audio->toolTip(), u"audio settings"_s);
     panel->pane(1)->setToolTip(QString());
-    std::unique_ptr<QAction> fresh(panel->toolbar(toolbar, QStringLiteral("audio"), false));
-    EXPECT_EQ(fresh->toolTip(), QStringLiteral("AUDIO")); // Qt falls back on the label
+    std::unique_ptr<QAction> fresh(panel->toolbar(toolbar, u"audio"_s, false));
+    EXPECT_EQ(fresh->toolTip(), u"AUDIO"_s); // Qt falls back on the label
 }
 
 TEST(QKPreferencesPanel, switchingPanesNotifiesInOrderAndKeepsTheTopEdge)
@@ -167,20 +161,18 @@ TEST(QKPreferencesPanel, switchingPanesNotifiesInOrderAndKeepsTheTopEdge)
     const QPoint topLeft = panel->panel()->geometry().topLeft();
     g_log.clear();
 
-    panel->item(QStringLiteral("audio"))->trigger();
-    EXPECT_EQ(g_log, QStringList({"general:willResign", "audio:willBecome", "general:didResign",
-                                  "audio:didBecome"}));
+    panel->item(u"audio"_s)->trigger();
+    EXPECT_EQ(g_log, switchToAudio);
     EXPECT_EQ(panel->currentPane(), panel->pane(1));
     EXPECT_EQ(panel->panel()->geometry(), QRect(topLeft, QSize(480, 300 + toolbarHeight())));
-    const QWidget *content = panel->pane(1)->parentWidget();
-    ASSERT_NE(content, nullptr);
-    EXPECT_EQ(content->findChildren<QWidget *>(Qt::FindDirectChildrenOnly),
+    ASSERT_NE(panel->pane(1)->parentWidget(), nullptr);
+    EXPECT_EQ(panel->pane(1)->parentWidget()->findChildren<QWidget *>(Qt::FindDirectChildrenOnly),
               QList<QWidget *>({panel->pane(1)}));
     EXPECT_FALSE(panel->pane(0)->isVisible());
 
     // The pane already shown: no notifications, no change.
     g_log.clear();
-    panel->item(QStringLiteral("audio"))->trigger();
+    panel->item(u"audio"_s)->trigger();
     EXPECT_TRUE(g_log.isEmpty());
     EXPECT_EQ(panel->currentPane(), panel->pane(1));
 }
@@ -192,10 +184,10 @@ TEST(QKPreferencesPanel, animatedResizeNeverMovesTheTopEdge)
     QKPreferencesPanel::open();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(panel->panel()));
     panel->panel()->move(60, 80);
-    const QRect before = panel->panel()->geometry();
+    const QPoint topLeft = panel->panel()->geometry().topLeft();
     const QSize target(480, 300 + toolbarHeight());
 
-    panel->item(QStringLiteral("audio"))->trigger();
+    panel->item(u"audio"_s)->trigger();
     EXPECT_EQ(panel->currentPane(), panel->pane(1));
     EXPECT_NE(panel->panel()->size(), target); // still on its way
     QList<QRect> frames;
@@ -204,7 +196,7 @@ TEST(QKPreferencesPanel, animatedResizeNeverMovesTheTopEdge)
         return frames.last().size() == target;
     }));
     for (const QRect &frame : frames)
-        EXPECT_EQ(frame.topLeft(), before.topLeft());
+        EXPECT_EQ(frame.topLeft(), topLeft);
     EXPECT_GT(frames.size(), 2);
 }
 
@@ -215,64 +207,49 @@ TEST(QKPreferencesPanel, openPaneRecentresWhileOpenKeepsThePlace)
     panel->panel()->move(10, 20);
     const QPoint moved = panel->panel()->pos();
     g_log.clear();
-
     QKPreferencesPanel::open();
     EXPECT_EQ(panel->panel()->pos(), moved);
     EXPECT_EQ(panel->currentPane(), panel->pane(0));
     EXPECT_TRUE(g_log.isEmpty());
 
-    QKPreferencesPanel::openPane(QStringLiteral("audio"));
-    EXPECT_EQ(panel->currentPane(), panel->pane(1));
-    EXPECT_TRUE(panel->item(QStringLiteral("audio"))->isChecked());
-    EXPECT_LE((panel->panel()->geometry().center() - screenCentre()).manhattanLength(), 2);
-
-    panel->panel()->move(10, 20);
-    QKPreferencesPanel::openPane(QStringLiteral("audio"));
-    EXPECT_LE((panel->panel()->geometry().center() - screenCentre()).manhattanLength(), 2);
-    EXPECT_EQ(g_log, QStringList({"general:willResign", "audio:willBecome", "general:didResign",
-                                  "audio:didBecome"}));
+    for (int time = 0; time < 2; ++time) {
+        panel->panel()->move(10, 20);
+        QKPreferencesPanel::openPane(u"audio"_s);
+        EXPECT_EQ(panel->currentPane(), panel->pane(1));
+        EXPECT_TRUE(panel->item(u"audio"_s)->isChecked());
+        EXPECT_LE(offCentre(), 2) << time;
+    }
+    EXPECT_EQ(g_log, switchToAudio);
 }
 
 TEST(QKPreferencesPanel, unknownPaneLeavesThePanelWithoutAPane)
 {
     TestPanel *panel = testPanel();
-    QKPreferencesPanel::openPane(QStringLiteral("missing"));
+    QKPreferencesPanel::openPane(u"missing"_s);
     EXPECT_TRUE(panel->panel()->isVisible());
     EXPECT_EQ(panel->currentPane(), nullptr);
     EXPECT_TRUE(g_log.isEmpty());
 
-    QKPreferencesPanel::openPane(QStringLiteral("general"));
+    QKPreferencesPanel::openPane(u"general"_s);
     g_log.clear();
-    QKPreferencesPanel::openPane(QStringLiteral("missing"));
+    QKPreferencesPanel::openPane(u"missing"_s);
     EXPECT_EQ(panel->currentPane(), nullptr);
     EXPECT_EQ(g_log, QStringList({"general:willResign", "general:didResign"}));
     EXPECT_EQ(panel->panel()->height(), toolbarHeight());
     EXPECT_FALSE(panel->pane(0)->isVisible());
 }
 
-TEST(QKPreferencesPanel, updateReachesEveryPaneShownOrNot)
-{
-    TestPanel *panel = testPanel();
-    QKPreferencesPanel::openPane(QStringLiteral("audio"));
-    QKPreferencesPanel::update();
-    QKPreferencesPanel::update();
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(panel->pane(i)->updates, 3) << i;
-}
-
 TEST(QKPreferencesPanel, closingThePanelCommitsTheFieldBeingEdited)
 {
     TestPanel *panel = testPanel();
-    QKPreferencesPanel::openPane(QStringLiteral("name"));
+    QKPreferencesPanel::openPane(u"name"_s);
     ASSERT_TRUE(QTest::qWaitForWindowActive(panel->panel()));
     auto *pane = static_cast<NamePane *>(panel->currentPane());
     pane->field->setFocus();
     ASSERT_TRUE(pane->field->hasFocus());
-    QTest::keyClicks(pane->field, QStringLiteral("Ada"));
-    EXPECT_FALSE(QKUserDefaults::standardUserDefaults()->hasKey(QStringLiteral("Test Name")));
-
+    QTest::keyClicks(pane->field, u"Ada"_s);
+    EXPECT_FALSE(QKUserDefaults::standardUserDefaults()->hasKey(u"Test Name"_s));
     panel->panel()->close();
     EXPECT_FALSE(panel->panel()->isVisible());
-    EXPECT_EQ(QKUserDefaults::standardUserDefaults()->stringForKey(QStringLiteral("Test Name")),
-              QStringLiteral("Ada"));
+    EXPECT_EQ(QKUserDefaults::standardUserDefaults()->stringForKey(u"Test Name"_s), u"Ada"_s);
 }

@@ -19,51 +19,33 @@ QLabel *field(const QKSplashScreen *splash, const char *name)
     return splash->contentView()->findChild<QLabel *>(QString::fromLatin1(name));
 }
 
-// What the window system shows of @p window: on the offscreen platform, its backing store.
-QImage onScreen(QWidget *window)
-{
-    return window->screen()->grabWindow(window->winId()).toImage();
-}
-
 QList<QWidget *> visibleWindows()
 {
-    QList<QWidget *> visible;
-    for (QWidget *widget : QApplication::topLevelWidgets()) {
-        if (widget->isVisible())
-            visible << widget;
-    }
+    QList<QWidget *> visible = QApplication::topLevelWidgets();
+    visible.removeIf([](const QWidget *widget) { return !widget->isVisible(); });
     return visible;
-}
-
-void releaseDeletedObjects()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 } // namespace
 
-TEST(QKSplashScreen, versionSpellsOutOneKindOfReleaseTag)
+TEST(QKSplashScreen, versionAndCopyrightLinesSpellOutTheirParts)
 {
-    const std::pair<const char *, const char *> cases[] = {
+    const std::pair<const char *, const char *> versions[] = {
         {"3.1pb2", "3.1 Public Beta 2"},
         {"2.0b4", "2.0 Beta 4"},
         {"1.0rc1", "1.0 Release Candidate 1"},
         {"1.0", "1.0"},
+        // Only the first kind of tag found is spelled out.
         {"1.0a1b2", "1.0a1 Beta 2"},
         {"2.0a3", "2.0 Alpha 3"},
         {"1.0b1b2", "1.0 Beta 1 Beta 2"},
         {"1.0RC1", "1.0RC1"},
         {"", ""},
     };
-    for (const auto &[version, expected] : cases)
-        EXPECT_EQ(QKSplashScreen::versionString(QString::fromUtf8(version)),
-                  QString::fromUtf8(expected))
-            << version;
-}
+    for (const auto &[version, expected] : versions)
+        EXPECT_EQ(QKSplashScreen::versionString(QString::fromUtf8(version)), expected) << version;
 
-TEST(QKSplashScreen, copyrightEndsAtTheCurrentYear)
-{
-    const std::pair<const char *, const char *> cases[] = {
+    const std::pair<const char *, const char *> copyrights[] = {
         {"Copyright © 2003-2010 Velmora", "Copyright © 2003-2031 Velmora"},
         {"© 2003 – 2010 Velmora. All rights reserved.",
          "© 2003 – 2031 Velmora. All rights reserved."},
@@ -72,10 +54,11 @@ TEST(QKSplashScreen, copyrightEndsAtTheCurrentYear)
         {"Velmora", "Velmora"},
         {"", "Copyright © 2031 Velmora"},
     };
-    for (const auto &[line, expected] : cases)
+    for (const auto &[line, expected] : copyrights) {
         EXPECT_EQ(QKSplashScreen::copyrightString(QString::fromUtf8(line), 2031),
                   QString::fromUtf8(expected))
             << line;
+    }
 }
 
 TEST(QKSplashScreen, fieldsComeFromTheHostAndTheClock)
@@ -84,42 +67,54 @@ TEST(QKSplashScreen, fieldsComeFromTheHostAndTheClock)
         [] { return QDateTime(QDate(2031, 3, 1), QTime(9, 0), QTimeZone::utc()); });
     const QKSplashScreen *splash = QKSplashScreen::splashScreen();
     EXPECT_EQ(QKSplashScreen::splashScreen(), splash);
-    EXPECT_EQ(field(splash, "applicationNameText")->text(), QStringLiteral("Test Host"));
-    EXPECT_EQ(field(splash, "versionText")->text(), QStringLiteral("2.5 Beta 1"));
-    EXPECT_EQ(field(splash, "copyrightText")->text(), QStringLiteral("Copyright © 2031 Velmora"));
+    EXPECT_EQ(field(splash, "applicationNameText")->text(), u"Test Host"_s);
+    EXPECT_EQ(field(splash, "versionText")->text(), u"2.5 Beta 1"_s);
+    EXPECT_EQ(field(splash, "copyrightText")->text(), u"Copyright © 2031 Velmora"_s);
     EXPECT_TRUE(field(splash, "actionText")->text().isEmpty());
     EXPECT_FALSE(splash->isVisible());
 }
 
 TEST(QKSplashScreen, actionReachesTheScreenBeforeTheEventLoopRuns)
 {
-    QKSplashScreen::setFadeDuration(0);
     QKSplashScreen *splash = QKSplashScreen::splashScreen();
     splash->open();
     ASSERT_TRUE(splash->window()->windowHandle()->isExposed());
-    const QImage before = onScreen(splash->window());
+    // What the window system shows: on the offscreen platform, the backing store.
+    const auto onScreen = [splash] {
+        return splash->window()->screen()->grabWindow(splash->window()->winId()).toImage();
+    };
+    const QImage before = onScreen();
     ASSERT_FALSE(before.isNull());
 
-    splash->setActionText(QStringLiteral("Locating Audio Units"));
-    EXPECT_EQ(field(splash, "actionText")->text(), QStringLiteral("Locating Audio Units..."));
-    const QImage after = onScreen(splash->window());
+    splash->setActionText(u"Locating Audio Units"_s);
+    EXPECT_EQ(field(splash, "actionText")->text(), u"Locating Audio Units..."_s);
+    const QImage after = onScreen();
     const QRect line = field(splash, "actionText")->geometry();
     EXPECT_NE(before.copy(line), after.copy(line));
     EXPECT_EQ(before.copy(0, 0, after.width(), line.top()),
               after.copy(0, 0, after.width(), line.top()));
-    PanelTestSupport::saveArtifact(after, QStringLiteral("splash-screen-action"));
+    PanelTestSupport::saveArtifact(after, u"splash-screen-action"_s);
 }
 
-TEST(QKSplashScreen, classLevelActionNeedsAnApplicationThatUsesIt)
+TEST(QKSplashScreen, launchWorkRunsWithTheSplashOnlyWhenTheApplicationUsesIt)
 {
     ASSERT_FALSE(QKApplication::sharedApplication()->usesSplashScreen());
-    QKSplashScreen::setAction(QStringLiteral("Validating 'Reverb'"));
-    EXPECT_TRUE(QApplication::topLevelWidgets().isEmpty());
-
+    QKSplashScreen::setAction(u"Validating 'Reverb'"_s);
     bool ran = false;
     QKApplication::sharedApplication()->finishLaunching([&] { ran = true; });
     EXPECT_TRUE(ran);
     EXPECT_TRUE(QApplication::topLevelWidgets().isEmpty());
+
+    QKSplashScreen::setFadeDuration(0);
+    QString actionDuringWork;
+    QKSplashScreen::finishLaunching([&] {
+        QKSplashScreen *splash = QKSplashScreen::splashScreen();
+        EXPECT_TRUE(splash->isVisible());
+        splash->setActionText(u"Loading instruments"_s);
+        actionDuringWork = field(splash, "actionText")->text();
+    });
+    EXPECT_EQ(actionDuringWork, u"Loading instruments..."_s);
+    EXPECT_TRUE(visibleWindows().isEmpty());
 }
 
 TEST(QKSplashScreen, openTwiceShowsOneWindowAndCloseReleasesTheSplash)
@@ -127,62 +122,39 @@ TEST(QKSplashScreen, openTwiceShowsOneWindowAndCloseReleasesTheSplash)
     QKSplashScreen::setFadeDuration(0);
     QPointer<QKSplashScreen> splash = QKSplashScreen::splashScreen();
     splash->open();
-    const QPoint position = splash->window()->pos();
-    splash->window()->move(position + QPoint(30, 30));
+    const QPoint moved = splash->window()->pos() + QPoint(30, 30);
+    splash->window()->move(moved);
     splash->open();
     EXPECT_EQ(visibleWindows(), QList<QWidget *>({splash->window()}));
-    EXPECT_EQ(splash->window()->pos(), position + QPoint(30, 30));
+    EXPECT_EQ(splash->window()->pos(), moved);
 
     splash->close();
     EXPECT_FALSE(splash->isVisible());
-    releaseDeletedObjects();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_TRUE(splash.isNull());
     EXPECT_TRUE(QApplication::topLevelWidgets().isEmpty());
     EXPECT_FALSE(QKSplashScreen::splashScreen()->isVisible());
-}
 
-TEST(QKSplashScreen, fadeOutEndsInClosingAndReleasing)
-{
+    // With a fade, the window stays until the fade ends.
     QKSplashScreen::setFadeDuration(60);
-    QPointer<QKSplashScreen> splash = QKSplashScreen::splashScreen();
+    splash = QKSplashScreen::splashScreen();
     splash->open();
-    QWidget *window = splash->window();
     splash->close();
-    EXPECT_TRUE(window->isVisible());
-    EXPECT_EQ(window->windowOpacity(), 1.0);
+    EXPECT_TRUE(splash->window()->isVisible());
+    EXPECT_EQ(splash->window()->windowOpacity(), 1.0);
     EXPECT_TRUE(QTest::qWaitFor([&] { return splash.isNull(); }));
-}
-
-TEST(QKSplashScreen, launchWorkRunsWithTheSplashOnScreen)
-{
-    QKSplashScreen::setFadeDuration(0);
-    bool visibleDuringWork = false;
-    QString actionDuringWork;
-    QKSplashScreen::finishLaunching([&] {
-        QKSplashScreen *splash = QKSplashScreen::splashScreen();
-        visibleDuringWork = splash->isVisible();
-        splash->setActionText(QStringLiteral("Loading instruments"));
-        actionDuringWork = field(splash, "actionText")->text();
-    });
-    EXPECT_TRUE(visibleDuringWork);
-    EXPECT_EQ(actionDuringWork, QStringLiteral("Loading instruments..."));
-    EXPECT_TRUE(visibleWindows().isEmpty());
 }
 
 TEST(QKSplashScreen, screenshotShowsTheRoundedGradient)
 {
     QKSplashScreen *splash = QKSplashScreen::splashScreen();
     splash->open();
-    const QImage shot = splash->window()->grab().toImage().convertToFormat(QImage::Format_ARGB32);
-    PanelTestSupport::saveArtifact(shot, QStringLiteral("splash-screen"));
-
+    const QImage shot = PanelTestSupport::screenshot(splash->window(), u"splash-screen"_s);
     ASSERT_EQ(shot.size(), QSize(400, 220));
-    for (const QPoint corner : {QPoint(0, 0), QPoint(399, 0), QPoint(0, 219), QPoint(399, 219)})
-        EXPECT_EQ(qAlpha(shot.pixel(corner)), 0) << corner.x() << "," << corner.y();
+    EXPECT_TRUE(PanelTestSupport::cornersAreTransparent(shot));
     // Black held low, lighter towards the top: white 0.15 half way, 0.3 at the top.
-    const QRgb centre = shot.pixel(10, 110);
-    EXPECT_EQ(qAlpha(centre), 255);
-    EXPECT_NEAR(qRed(centre), 38, 6);
+    EXPECT_EQ(qAlpha(shot.pixel(10, 110)), 255);
+    EXPECT_NEAR(qRed(shot.pixel(10, 110)), 38, 6);
     EXPECT_LE(qRed(shot.pixel(10, 210)), 4);
     EXPECT_NEAR(qRed(shot.pixel(10, 2)), 76, 6);
     EXPECT_LT(qRed(shot.pixel(10, 160)), 12); // the 0.95 midpoint keeps it nearly black

@@ -3,14 +3,16 @@
 #include "QKTestEnvironment.h"
 
 #include <QKApplicationLog.h>
+#include <QKBundle.h>
 #include <QKKeyboardShortcuts.h>
 #include <QKMenus.h>
 #include <QKPropertyList.h>
+#include <QKShortcut.h>
+#include <QKUserDefaults.h>
 
 #include <QAction>
 #include <QApplication>
 #include <QDir>
-#include <QFile>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
@@ -19,115 +21,82 @@
 #include <QTreeView>
 #include <QVBoxLayout>
 
+#include <numeric>
+
 namespace ShortcutTestHost {
-
-namespace {
-
-std::unique_ptr<QKBundle> s_bundle;
-int s_bundleCount = 0;
-
-QString newBundleFolder()
-{
-    const QString folder = QDir(QKTestEnvironment::homePath())
-                               .filePath(QStringLiteral("bundle%1").arg(++s_bundleCount));
-    QDir().mkpath(folder);
-    return folder;
-}
-
-void useBundle(const QString &folder)
-{
-    s_bundle = std::make_unique<QKBundle>(QStringList{folder});
-    QKKeyboardShortcuts::sharedInstance()->setBundle(s_bundle.get());
-}
-
-} // namespace
 
 QVariantMap shortcutState(const QString &name, const QByteArray &action, char16_t character,
                           quint32 modifiers, bool enabled, bool prohibitRepeats, int tag)
 {
-    return {{QStringLiteral("name"), name},
-            {QStringLiteral("action"), QString::fromLatin1(action)},
-            {QStringLiteral("tag"), tag},
-            {QStringLiteral("prohibitRepeats"), prohibitRepeats},
-            {QStringLiteral("enabled"), enabled},
-            {QStringLiteral("character"), int(character)},
-            {QStringLiteral("modifiers"), qint64(modifiers)}};
+    return {{u"name"_s, name},
+            {u"action"_s, QString::fromLatin1(action)},
+            {u"tag"_s, tag},
+            {u"prohibitRepeats"_s, prohibitRepeats},
+            {u"enabled"_s, enabled},
+            {u"character"_s, int(character)},
+            {u"modifiers"_s, qint64(modifiers)}};
+}
+
+QByteArray defaultResource()
+{
+    return QKTestEnvironment::readAll(
+        QKTestEnvironment::sourcePath(u"shortcuts/data/shortcuts.xml"_s));
 }
 
 QVariantList defaultList()
 {
-    const QVariantMap file{
-        {QStringLiteral("name"), QStringLiteral("File")},
-        {QStringLiteral("isMenu"), true},
-        {QStringLiteral("shortcuts"),
-         QVariantList{
-             shortcutState(QStringLiteral("New Track"), "newTrack:", u't', Command),
-             shortcutState(QStringLiteral("Export>As Text"), "exportText:", u'e', Command | Shift,
-                           true, false, 7),
-             shortcutState(QStringLiteral("Delete Track"), "deleteTrack:", 0x7F, Command)}}};
-    const QVariantMap edit{
-        {QStringLiteral("name"), QStringLiteral("Edit")},
-        {QStringLiteral("isMenu"), true},
-        {QStringLiteral("shortcuts"),
-         QVariantList{shortcutState(QStringLiteral("Résumé"), "showResume:", u'r', Command),
-                      shortcutState(QStringLiteral("Undo Change"), "undoChange:", u'z', Command)}}};
-    const QVariantMap nudge{
-        {QStringLiteral("name"), QStringLiteral("Nudge")},
-        {QStringLiteral("isMenu"), false},
-        {QStringLiteral("shortcuts"),
-         QVariantList{
-             shortcutState(QStringLiteral("Nudge Left"), "nudgeLeft:", 0xF702, 0),
-             shortcutState(QStringLiteral("Nudge Right"), "nudgeRight:", 0xF703, 0, true, true, 5),
-             shortcutState(QStringLiteral("Unbound"), "unbound:", 0, 0),
-             shortcutState(QStringLiteral("Play"), "play:", u' ', 0)}}};
-    return {file, edit, nudge};
+    return QKPropertyList::fromData(defaultResource()).toList();
 }
 
-void installDefaultList(const QVariantList &list)
+void installBundle(const QByteArray &contents)
 {
-    const QString folder = newBundleFolder();
-    QKPropertyList::writeFile(list, QDir(folder).filePath(QStringLiteral("shortcuts.xml")));
-    useBundle(folder);
-}
-
-void installRawResource(const QByteArray &contents)
-{
-    const QString folder = newBundleFolder();
-    QFile file(QDir(folder).filePath(QStringLiteral("shortcuts.xml")));
-    if (file.open(QIODevice::WriteOnly))
-        file.write(contents);
-    useBundle(folder);
-}
-
-void installEmptyBundle()
-{
-    useBundle(newBundleFolder());
+    static int count = 0;
+    static std::unique_ptr<QKBundle> bundle;
+    const QString folder = QKTestEnvironment::homeFile(u"bundle%1"_s.arg(++count));
+    QDir().mkpath(folder);
+    if (!contents.isNull())
+        QKTestEnvironment::writeAll(folder + u"/shortcuts.xml"_s, contents);
+    bundle = std::make_unique<QKBundle>(QStringList{folder});
+    QKKeyboardShortcuts::sharedInstance()->setBundle(bundle.get());
 }
 
 QString logText()
 {
-    QFile file(QKApplicationLog::sharedLog()->logFilePath());
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    return QString::fromUtf8(
+        QKTestEnvironment::readAll(QKApplicationLog::sharedLog()->logFilePath()));
+}
+
+QKKeyboardShortcuts *registry()
+{
+    return QKKeyboardShortcuts::sharedInstance();
+}
+
+QKUserDefaults *defaults()
+{
+    return QKUserDefaults::standardUserDefaults();
+}
+
+QKShortcutKey keyOf(const QByteArray &action)
+{
+    const QKShortcut *shortcut = registry()->shortcutWithAction(action);
+    return shortcut ? *shortcut->key() : QKShortcutKey(0xFFFF, 0xFFFF);
 }
 
 Window::Window()
     : field(new QLineEdit), table(new QTableView), tree(new QTreeView),
       rows(new QStandardItemModel(4, 2, this))
 {
-    setWindowTitle(QStringLiteral("Shortcut Test Host"));
-    QMenu *file = menuBar()->addMenu(QStringLiteral("&File"));
-    QKMenus::addItemWithTitle(file, QStringLiteral("New Track"), "newTrack:");
-    QMenu *exportMenu = file->addMenu(QStringLiteral("Export"));
-    QKMenus::addItemWithTitle(exportMenu, QStringLiteral("As Text"), "exportText:");
-    QKMenus::addItemWithTitle(file, QStringLiteral("Delete Track"), "deleteTrack:");
-    QMenu *edit = menuBar()->addMenu(QStringLiteral("&Edit"));
-    QKMenus::addItemWithTitle(edit, QStringLiteral("Résumé"), "showResume:");
-    QKMenus::addItemWithTitle(edit, QStringLiteral("Undo Change"), "undoChange:");
+    QMenu *file = menuBar()->addMenu(u"&File"_s);
+    QKMenus::addItemWithTitle(file, u"New Track"_s, "newTrack:");
+    QKMenus::addItemWithTitle(file->addMenu(u"Export"_s), u"As Text"_s, "exportText:");
+    QKMenus::addItemWithTitle(file, u"Delete Track"_s, "deleteTrack:");
+    QMenu *edit = menuBar()->addMenu(u"&Edit"_s);
+    QKMenus::addItemWithTitle(edit, u"Résumé"_s, "showResume:");
+    QKMenus::addItemWithTitle(edit, u"Undo Change"_s, "undoChange:");
 
     for (int row = 0; row < rows->rowCount(); ++row) {
-        rows->setItem(row, 0, new QStandardItem(QStringLiteral("Track %1").arg(row + 1)));
-        rows->setItem(row, 1, new QStandardItem(QStringLiteral("Sine")));
-        rows->item(row, 0)->appendRow(new QStandardItem(QStringLiteral("Region")));
+        rows->setItem(row, 0, new QStandardItem(u"Track %1"_s.arg(row + 1)));
+        rows->item(row, 0)->appendRow(new QStandardItem(u"Region"_s));
     }
     table->setModel(rows);
     tree->setModel(rows);
@@ -140,8 +109,6 @@ Window::Window()
     resize(600, 500);
 }
 
-Window::~Window() = default;
-
 void Window::activate(QWidget *focus)
 {
     show();
@@ -150,52 +117,9 @@ void Window::activate(QWidget *focus)
     QCoreApplication::processEvents();
 }
 
-void Window::record(const QByteArray &action, QObject *sender)
+int Window::totalCalls() const
 {
-    ++calls[action];
-    lastSender = sender;
-    titleAtLastAction = menuBar()->activeAction();
-}
-
-void Window::newTrack(QObject *sender)
-{
-    record("newTrack:", sender);
-}
-
-void Window::exportText(QObject *sender)
-{
-    record("exportText:", sender);
-}
-
-void Window::deleteTrack(QObject *sender)
-{
-    record("deleteTrack:", sender);
-}
-
-void Window::showResume(QObject *sender)
-{
-    record("showResume:", sender);
-}
-
-void Window::undoChange(QObject *sender)
-{
-    record("undoChange:", sender);
-}
-
-void Window::nudgeLeft(QObject *sender)
-{
-    record("nudgeLeft:", sender);
-}
-
-void Window::nudgeRight(int tag)
-{
-    record("nudgeRight:", nullptr);
-    tags << tag;
-}
-
-void Window::play(QObject *sender)
-{
-    record("play:", sender);
+    return std::accumulate(calls.cbegin(), calls.cend(), 0);
 }
 
 bool Window::validateMenuItem(QAction *item)
@@ -203,12 +127,11 @@ bool Window::validateMenuItem(QAction *item)
     return item->property(QKMenus::ActionProperty).toByteArray() != "deleteTrack:" || allowDelete;
 }
 
-int Window::totalCalls() const
+void Window::record(const QByteArray &action, QObject *sender)
 {
-    int total = 0;
-    for (int count : calls)
-        total += count;
-    return total;
+    ++calls[action];
+    lastSender = sender;
+    titleAtLastAction = menuBar()->activeAction();
 }
 
 } // namespace ShortcutTestHost

@@ -1,51 +1,55 @@
 #pragma once
 
-#include <QKBundle.h>
+#include "QKTestPrinters.h"
+
+#include <QKShortcutKey.h>
 
 #include <QMainWindow>
 #include <QMap>
-#include <QVariantList>
 
-#include <memory>
-
+class QKKeyboardShortcuts;
+class QKUserDefaults;
 class QLineEdit;
 class QStandardItemModel;
 class QTableView;
 class QTreeView;
 
-/** Test fixtures shared by the shortcut tests: a default shortcut list, a host window with
- *  the matching menus and responders, and a bundle over a folder in the test's HOME. */
+/** Shared by the shortcut tests: the test host's default shortcut list, its bundle in a
+ *  folder under HOME, and a host window with the matching menus and responders. */
 namespace ShortcutTestHost {
 
-constexpr quint32 Shift = 0x20000;
-constexpr quint32 Control = 0x40000;
-constexpr quint32 Option = 0x80000;
-constexpr quint32 Command = 0x100000;
+constexpr quint32 Shift = QKShortcutKey::Shift;
+constexpr quint32 Control = QKShortcutKey::Control;
+constexpr quint32 Option = QKShortcutKey::Option;
+constexpr quint32 Command = QKShortcutKey::Command;
 
 QVariantMap shortcutState(const QString &name, const QByteArray &action, char16_t character,
                           quint32 modifiers, bool enabled = true, bool prohibitRepeats = false,
                           int tag = 0);
 
 /**
- * The default list used by most tests:
- * - "File" (menu): "New Track" newTrack: ⌘T, "Export>As Text" exportText: ⇧⌘E,
+ * The contents of data/shortcuts.xml, the default list most tests use:
+ * - "File" (menu): "New Track" newTrack: ⌘T, "Export>As Text" exportText: ⇧⌘E (tag 7),
  *   "Delete Track" deleteTrack: ⌘⌫;
  * - "Edit" (menu): "Résumé" showResume: ⌘R, "Undo Change" undoChange: ⌘Z;
- * - "Nudge" (no menu): "Nudge Left" nudgeLeft: ←, "Nudge Right" nudgeRight: → (no repeats),
- *   "Unbound" unbound: no key, "Play" play: space.
+ * - "Nudge" (no menu): "Nudge Left" nudgeLeft: ←, "Nudge Right" nudgeRight: → (no repeats,
+ *   tag 5), "Unbound" unbound: no key, "Play" play: space.
  */
+QByteArray defaultResource();
+/** defaultResource() as the registry reads it. */
 QVariantList defaultList();
 
-/** Writes @p list as "shortcuts.xml" into a new folder under HOME and points the registry's
- *  bundle at it. */
-void installDefaultList(const QVariantList &list = defaultList());
-/** Writes raw @p contents as the registry's "shortcuts.xml" (for malformed resources). */
-void installRawResource(const QByteArray &contents);
-/** Points the registry at a bundle folder without "shortcuts.xml". */
-void installEmptyBundle();
+/** Points the registry at a new bundle folder under HOME whose "shortcuts.xml" holds
+ *  @p contents; a null array leaves the file out. */
+void installBundle(const QByteArray &contents = defaultResource());
 
 /** The text the debug log holds so far; empty when nothing was logged. */
 QString logText();
+
+QKKeyboardShortcuts *registry();
+QKUserDefaults *defaults();
+/** The key of the registry's shortcut for @p action. */
+QKShortcutKey keyOf(const QByteArray &action);
 
 /**
  * A main window with the menus of defaultList() ("File": New Track, Export > As Text,
@@ -57,10 +61,11 @@ class Window : public QMainWindow
     Q_OBJECT
 public:
     Window();
-    ~Window() override;
 
     /** Shows the window, makes it active and focuses @p focus (the table by default). */
     void activate(QWidget *focus = nullptr);
+    /** Total number of actions received. */
+    int totalCalls() const;
 
     QMap<QByteArray, int> calls;
     QList<int> tags;
@@ -74,18 +79,19 @@ public:
     QTreeView *tree;
     QStandardItemModel *rows;
 
-    Q_INVOKABLE void newTrack(QObject *sender);
-    Q_INVOKABLE void exportText(QObject *sender);
-    Q_INVOKABLE void deleteTrack(QObject *sender);
-    Q_INVOKABLE void showResume(QObject *sender);
-    Q_INVOKABLE void undoChange(QObject *sender);
-    Q_INVOKABLE void nudgeLeft(QObject *sender);
-    Q_INVOKABLE void nudgeRight(int tag);
-    Q_INVOKABLE void play(QObject *sender);
+    Q_INVOKABLE void newTrack(QObject *sender) { record("newTrack:", sender); }
+    Q_INVOKABLE void exportText(QObject *sender) { record("exportText:", sender); }
+    Q_INVOKABLE void deleteTrack(QObject *sender) { record("deleteTrack:", sender); }
+    Q_INVOKABLE void showResume(QObject *sender) { record("showResume:", sender); }
+    Q_INVOKABLE void undoChange(QObject *sender) { record("undoChange:", sender); }
+    Q_INVOKABLE void nudgeLeft(QObject *sender) { record("nudgeLeft:", sender); }
+    Q_INVOKABLE void nudgeRight(int tag)
+    {
+        tags << tag;
+        record("nudgeRight:", nullptr);
+    }
+    Q_INVOKABLE void play(QObject *sender) { record("play:", sender); }
     Q_INVOKABLE bool validateMenuItem(QAction *item);
-
-    /** Total number of actions received. */
-    int totalCalls() const;
 
 private:
     void record(const QByteArray &action, QObject *sender);

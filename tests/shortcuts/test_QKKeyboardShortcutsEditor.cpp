@@ -28,14 +28,9 @@ using namespace ShortcutTestHost;
 
 namespace {
 
-QKKeyboardShortcuts *registry()
+QKeySequence menuKey(const QStringList &path)
 {
-    return QKKeyboardShortcuts::sharedInstance();
-}
-
-QKUserDefaults *defaults()
-{
-    return QKUserDefaults::standardUserDefaults();
+    return QKMainMenu::itemForPath(path)->shortcut();
 }
 
 // The host window with the shortcuts loaded through the editor, as a host starts up.
@@ -48,7 +43,7 @@ struct Editor
 
     Editor()
     {
-        installDefaultList();
+        installBundle();
         window.activate();
         QKKeyboardShortcuts::loadShortcuts();
         editor = registry()->editor();
@@ -61,41 +56,37 @@ struct Editor
 
     QModelIndex groupRow(const QString &title) const
     {
-        for (int row = 0; row < model->rowCount(); ++row) {
-            if (model->index(row, QKShortcutsModel::NameColumn).data().toString() == title)
-                return model->index(row, 0);
-        }
-        return QModelIndex();
+        const QModelIndexList found = model->match(model->index(0, QKShortcutsModel::NameColumn),
+                                                   Qt::DisplayRole, title, 1, Qt::MatchExactly);
+        return found.isEmpty() ? QModelIndex() : found.first().siblingAtColumn(0);
     }
 
-    QModelIndex shortcutRow(const QString &group, int row, int column = 0) const
+    QModelIndex cell(const QString &group, int row, int column = 0) const
     {
         return model->index(row, column, groupRow(group));
     }
 
+    /** The rows as shown: group titles, and shortcut names indented below them. */
     QStringList rowTitles() const
     {
         QStringList titles;
         for (int row = 0; row < model->rowCount(); ++row) {
-            const QModelIndex group = model->index(row, QKShortcutsModel::NameColumn);
-            titles << group.data().toString();
-            for (int child = 0; child < model->rowCount(model->index(row, 0)); ++child)
-                titles << QStringLiteral("  ") + model
-                                                     ->index(child, QKShortcutsModel::NameColumn,
-                                                             group.siblingAtColumn(0))
-                                                     .data()
-                                                     .toString();
+            const QModelIndex group = model->index(row, 0);
+            titles << group.siblingAtColumn(QKShortcutsModel::NameColumn).data().toString();
+            for (int child = 0; child < model->rowCount(group); ++child)
+                titles << u"  "_s + model->index(child, QKShortcutsModel::NameColumn, group)
+                                        .data()
+                                        .toString();
         }
         return titles;
     }
 
-    // Opens the sheet the way the user does: a double-click on the row.
+    // Opens the sheet the way the user does: a click, then a double-click on the row.
     void doubleClick(const QString &group, int row)
     {
         table->expand(groupRow(group));
-        const QModelIndex index = shortcutRow(group, row, QKShortcutsModel::NameColumn);
+        const QModelIndex index = cell(group, row, QKShortcutsModel::NameColumn);
         table->scrollTo(index);
-        // A click first: the double-click needs the pressed row.
         const QPoint point = table->visualRect(index).center();
         QTest::mouseClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
         QTest::mouseDClick(table->viewport(), Qt::LeftButton, Qt::NoModifier, point);
@@ -106,17 +97,11 @@ struct Editor
     QWidget *sheet() const { return editor->setShortcutPanel(); }
     QString message() const { return editor->setShortcutOutroText()->text(); }
     QString keyLabel() const { return editor->shortcutText()->text(); }
-
     void type(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
     {
         QTest::keyClick(sheet()->windowHandle(), key, modifiers);
     }
 };
-
-QKShortcutKey keyOf(const QByteArray &action)
-{
-    return *registry()->shortcutWithAction(action)->key();
-}
 
 } // namespace
 
@@ -126,15 +111,13 @@ TEST(QKKeyboardShortcutsEditor, opensAtTheRegisteredFrameOnFirstLaunch)
     QWidget *panel = host.editor->panel();
     EXPECT_TRUE(panel->isVisible());
     EXPECT_EQ(panel->windowType(), Qt::Tool);
-    EXPECT_EQ(panel->windowTitle(), QStringLiteral("Keyboard Shortcuts"));
+    EXPECT_EQ(panel->windowTitle(), u"Keyboard Shortcuts"_s);
     const QRectF visible = QKPanelFrame::mainScreenVisibleFrame();
     EXPECT_EQ(QKPanelFrame::frameOf(panel),
               QRectF(visible.right() - 375 - 4, visible.y() + 32, 375, 259));
-    EXPECT_TRUE(defaults()->boolForKey(QKKeyboardShortcuts::OpenKey));
-    EXPECT_EQ(host.model->rowCount(), 3);
 }
 
-TEST(QKKeyboardShortcutsEditor, storedFramesAreWidenedAndZeroFramesReplaced)
+TEST(QKKeyboardShortcutsEditor, storedFramesAreWidenedAndClosedPanelsStayClosed)
 {
     defaults()->setObject(NSStringFromRect(QRectF(10, 20, 300, 280)),
                           QKKeyboardShortcuts::FrameKey);
@@ -147,7 +130,7 @@ TEST(QKKeyboardShortcutsEditor, storedFramesAreWidenedAndZeroFramesReplaced)
 
 TEST(QKKeyboardShortcutsEditor, zeroFrameFallsBackToAFixedPlace)
 {
-    defaults()->setObject(QStringLiteral("{{0, 0}, {0, 0}}"), QKKeyboardShortcuts::FrameKey);
+    defaults()->setObject(u"{{0, 0}, {0, 0}}"_s, QKKeyboardShortcuts::FrameKey);
     Editor host;
     EXPECT_EQ(host.editor->panel()->geometry(),
               QKPanelFrame::toScreenGeometry(QRectF(613, 97, 375, 259)));
@@ -157,88 +140,63 @@ TEST(QKKeyboardShortcutsEditor, togglingAndMovingAreRemembered)
 {
     Editor host;
     QWidget *panel = host.editor->panel();
-    QApplication::setActiveWindow(panel);
-    QKKeyboardShortcuts::togglePanel();
-    EXPECT_FALSE(panel->isVisible());
-    EXPECT_FALSE(defaults()->boolForKey(QKKeyboardShortcuts::OpenKey));
-
-    QKKeyboardShortcuts::togglePanel();
-    EXPECT_TRUE(panel->isVisible());
-    EXPECT_TRUE(defaults()->boolForKey(QKKeyboardShortcuts::OpenKey));
-
+    for (bool open : {false, true}) {
+        QKKeyboardShortcuts::togglePanel();
+        EXPECT_EQ(panel->isVisible(), open);
+        EXPECT_EQ(defaults()->boolForKey(QKKeyboardShortcuts::OpenKey), open);
+    }
     // Visible but another window is active: toggling brings it forward instead.
     QApplication::setActiveWindow(&host.window);
     QKKeyboardShortcuts::togglePanel();
     EXPECT_TRUE(panel->isVisible());
 
     // Moves are stored; a resize waits for the next move.
+    const auto stored = [] {
+        return QKPanelFrame::toScreenGeometry(
+            NSRectFromString(defaults()->stringForKey(QKKeyboardShortcuts::FrameKey)));
+    };
     panel->setGeometry(40, 60, 400, 300);
     QCoreApplication::processEvents();
-    const QRectF stored = NSRectFromString(defaults()->stringForKey(QKKeyboardShortcuts::FrameKey));
-    EXPECT_EQ(stored, QKPanelFrame::frameOf(panel));
-    EXPECT_EQ(QKPanelFrame::toScreenGeometry(stored), QRect(40, 60, 400, 300));
+    EXPECT_EQ(stored(), QRect(40, 60, 400, 300));
     panel->resize(420, 300);
     QCoreApplication::processEvents();
-    EXPECT_EQ(NSRectFromString(defaults()->stringForKey(QKKeyboardShortcuts::FrameKey)), stored);
+    EXPECT_EQ(stored(), QRect(40, 60, 400, 300));
 }
 
-TEST(QKKeyboardShortcutsEditor, outlineShowsGroupsAndShortcuts)
+TEST(QKKeyboardShortcutsEditor, outlineShowsGroupsShortcutsAndTheirKeys)
 {
     Editor host;
     EXPECT_EQ(host.rowTitles(),
-              (QStringList{"File Menu", "  New Track", "  Export>As Text", "  Delete Track",
+              QStringList({"File Menu", "  New Track", "  Export>As Text", "  Delete Track",
                            "Edit Menu", "  Résumé", "  Undo Change", "Nudge", "  Nudge Left",
                            "  Nudge Right", "  Unbound", "  Play"}));
-    for (int column = 0; column < QKShortcutsModel::ColumnCount; ++column)
-        EXPECT_EQ(host.model->headerData(column, Qt::Horizontal, QKShortcutsModel::ObjectValueRole)
-                      .toString(),
-                  QKShortcutsModel::columnIdentifier(column));
-    EXPECT_EQ(QKShortcutsModel::columnIdentifier(QKShortcutsModel::EnabledColumn), "enabled");
-    EXPECT_EQ(QKShortcutsModel::columnIdentifier(QKShortcutsModel::ShortcutColumn), "shortcut");
-
-    const QModelIndex file = host.groupRow("File Menu");
-    EXPECT_TRUE(host.model->hasChildren(file));
-    EXPECT_FALSE(host.model->hasChildren(host.shortcutRow("File Menu", 0)));
-    EXPECT_FALSE(file.siblingAtColumn(QKShortcutsModel::ShortcutColumn).data().isValid());
+    EXPECT_EQ(host.model->headerData(QKShortcutsModel::ShortcutColumn, Qt::Horizontal,
+                                     QKShortcutsModel::ObjectValueRole),
+              "shortcut");
     // Shown without the empty modifier slots, which the cell value keeps.
-    const QModelIndex exportKey =
-        host.shortcutRow("File Menu", 1, QKShortcutsModel::ShortcutColumn);
-    EXPECT_EQ(exportKey.data().toString(), QStringLiteral("\u21E7\u2318E"));
-    EXPECT_EQ(exportKey.data(QKShortcutsModel::ObjectValueRole).toString(),
+    const QModelIndex exportKey = host.cell("File Menu", 1, QKShortcutsModel::ShortcutColumn);
+    EXPECT_EQ(exportKey.data(), u"\u21E7\u2318E"_s);
+    EXPECT_EQ(exportKey.data(QKShortcutsModel::ObjectValueRole),
               QKShortcutKey(u'e', Command | Shift).displayString());
-    EXPECT_EQ(host.shortcutRow("Nudge", 2, QKShortcutsModel::ShortcutColumn).data().toString(),
-              QString());
-    EXPECT_EQ(host.shortcutRow("File Menu", 0, QKShortcutsModel::ShortcutColumn)
-                  .data(Qt::ForegroundRole)
-                  .value<QColor>(),
-              QColor(Qt::black));
-    EXPECT_EQ(file.data(Qt::CheckStateRole).toInt(), Qt::Checked);
-    EXPECT_TRUE(host.model->flags(file) & Qt::ItemIsUserCheckable);
-}
+    EXPECT_EQ(exportKey.data(Qt::ForegroundRole), QColor(Qt::black));
+    EXPECT_EQ(host.cell("Nudge", 2, QKShortcutsModel::ShortcutColumn).data(), QString());
 
-TEST(QKKeyboardShortcutsEditor, searchIgnoresCaseAndAccents)
-{
-    Editor host;
+    // The search ignores case and accents, and a group's own name; it expands what it finds.
     QLineEdit *search = host.editor->searchText();
-    QTest::keyClicks(search, QStringLiteral("resume"));
-    EXPECT_EQ(host.rowTitles(), (QStringList{"Edit Menu", "  Résumé"}));
+    const auto searchFor = [&](const QString &text) {
+        search->clear();
+        QTest::keyClicks(search, text);
+        return host.rowTitles();
+    };
+    EXPECT_EQ(searchFor(u"resume"_s), QStringList({"Edit Menu", "  Résumé"}));
     EXPECT_TRUE(host.table->isExpanded(host.groupRow("Edit Menu")));
     // The rows are the registry's own shortcuts.
-    EXPECT_EQ(host.model->shortcutForIndex(host.shortcutRow("Edit Menu", 0)),
+    EXPECT_EQ(host.model->shortcutForIndex(host.cell("Edit Menu", 0)),
               registry()->shortcutWithAction("showResume:"));
-
-    search->clear();
-    QTest::keyClicks(search, QStringLiteral("NUDGE r"));
-    EXPECT_EQ(host.rowTitles(), (QStringList{"Nudge", "  Nudge Right"}));
-
-    // A group's own name does not match; nothing found shows nothing.
-    search->clear();
-    QTest::keyClicks(search, QStringLiteral("Edit"));
-    EXPECT_EQ(host.model->rowCount(), 0);
-
+    EXPECT_EQ(searchFor(u"NUDGE r"_s), QStringList({"Nudge", "  Nudge Right"}));
+    EXPECT_TRUE(searchFor(u"Edit"_s).isEmpty());
     // Emptying the field shows everything, collapsed.
-    search->clear();
-    QTest::keyClicks(search, QStringLiteral("x"));
+    searchFor(u"x"_s);
     QTest::keyClick(search, Qt::Key_Backspace);
     EXPECT_EQ(host.model->rowCount(), 3);
     EXPECT_FALSE(host.table->isExpanded(host.groupRow("File Menu")));
@@ -248,203 +206,151 @@ TEST(QKKeyboardShortcutsEditor, enableCheckBoxesFollowGroupsAndShortcuts)
 {
     Editor host;
     const QModelIndex file = host.groupRow("File Menu");
+    EXPECT_EQ(file.data(Qt::CheckStateRole), Qt::Checked);
     ASSERT_TRUE(host.model->setData(file, Qt::Unchecked, Qt::CheckStateRole));
-    for (QKShortcut *shortcut : registry()->groups().at(0)->shortcuts())
-        EXPECT_FALSE(shortcut->enabled());
-    EXPECT_EQ(file.data(QKShortcutsModel::ObjectValueRole).toInt(), 0);
-    EXPECT_TRUE(QKMainMenu::itemForPath({"New Track"})->shortcut().isEmpty());
-    EXPECT_EQ(host.shortcutRow("File Menu", 0, QKShortcutsModel::ShortcutColumn)
-                  .data(Qt::ForegroundRole)
-                  .value<QColor>(),
+    EXPECT_EQ(registry()->groups().at(0)->enabledState(), 0);
+    EXPECT_EQ(host.cell("File Menu", 0, QKShortcutsModel::ShortcutColumn).data(Qt::ForegroundRole),
               QColor(Qt::lightGray));
-
-    // One on, two off: mixed.
-    host.model->setData(host.shortcutRow("File Menu", 1), Qt::Checked, Qt::CheckStateRole);
-    EXPECT_EQ(file.data(Qt::CheckStateRole).toInt(), Qt::PartiallyChecked);
-    EXPECT_EQ(file.data(QKShortcutsModel::ObjectValueRole).toInt(), -1);
-    EXPECT_EQ(QKMainMenu::itemForPath({"Export", "As Text"})->shortcut(),
-              QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
-
-    // Clicking a mixed box switches everything on.
+    // One on, two off: mixed. Clicking a mixed box switches everything on.
+    host.model->setData(host.cell("File Menu", 1), Qt::Checked, Qt::CheckStateRole);
+    EXPECT_EQ(file.data(Qt::CheckStateRole), Qt::PartiallyChecked);
     host.model->setData(file, Qt::PartiallyChecked, Qt::CheckStateRole);
-    EXPECT_EQ(file.data(Qt::CheckStateRole).toInt(), Qt::Checked);
+    EXPECT_EQ(registry()->groups().at(0)->enabledState(), 1);
 
     // A real click on a shortcut's box in the outline.
     host.table->expand(file);
-    const QModelIndex box = host.shortcutRow("File Menu", 2, QKShortcutsModel::EnabledColumn);
     QStyleOptionViewItem option;
     option.initFrom(host.table);
-    option.rect = host.table->visualRect(box);
+    option.rect =
+        host.table->visualRect(host.cell("File Menu", 2, QKShortcutsModel::EnabledColumn));
     option.features |= QStyleOptionViewItem::HasCheckIndicator;
     const QRect check = host.table->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator,
                                                             &option, host.table);
     QTest::mouseClick(host.table->viewport(), Qt::LeftButton, Qt::NoModifier, check.center());
     EXPECT_FALSE(registry()->shortcutWithAction("deleteTrack:")->enabled());
-    EXPECT_EQ(file.data(Qt::CheckStateRole).toInt(), Qt::PartiallyChecked);
-
+    EXPECT_EQ(file.data(Qt::CheckStateRole), Qt::PartiallyChecked);
     // Enabled states are never stored.
     EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
 }
 
-TEST(QKKeyboardShortcutsEditor, doubleClickOpensTheSheetForShortcutsOnly)
+TEST(QKKeyboardShortcutsEditor, sheetOpensForShortcutsAndWarnsAboutConflicts)
 {
     Editor host;
     host.editor->editShortcut(QModelIndex());
     host.editor->editShortcut(host.groupRow("File Menu"));
     EXPECT_FALSE(host.editor->isSettingShortcut());
+    host.doubleClick("Nudge", 2);
+    // Nothing to clear on a shortcut without a key.
+    EXPECT_FALSE(host.editor->clearButton()->isEnabled());
+    host.editor->confirmSetShortcut(host.editor->cancelButton());
 
     host.doubleClick("File Menu", 0);
     ASSERT_TRUE(host.editor->isSettingShortcut());
     EXPECT_EQ(host.editor->editingShortcut(), registry()->shortcutWithAction("newTrack:"));
     EXPECT_EQ(host.editor->setShortcutIntroText()->text(),
-              QStringLiteral("Enter the key combination you would like to use as a shortcut "
-                             "for \"New Track\"..."));
-    EXPECT_EQ(host.keyLabel(), QStringLiteral("\u2318T"));
-    EXPECT_EQ(host.message(), QString());
-    EXPECT_TRUE(host.editor->clearButton()->isEnabled());
+              u"Enter the key combination you would like to use as a shortcut for \"New "
+              u"Track\"..."_s);
+    EXPECT_EQ(host.keyLabel(), u"\u2318T"_s);
     // A floating window, modal to the panel only.
     EXPECT_EQ(host.sheet()->windowType(), Qt::Tool);
     EXPECT_EQ(host.sheet()->windowModality(), Qt::WindowModal);
 
-    host.editor->confirmSetShortcut(host.editor->cancelButton());
-    host.doubleClick("Nudge", 2);
-    EXPECT_FALSE(host.editor->clearButton()->isEnabled());
-}
-
-TEST(QKKeyboardShortcutsEditor, sheetCapturesKeysAndWarnsAboutConflicts)
-{
-    Editor host;
-    host.doubleClick("File Menu", 0);
-
-    host.type(Qt::Key_H, Qt::ControlModifier);
-    EXPECT_EQ(host.keyLabel(), QKShortcutKey(u'h', Command).displayText());
-    EXPECT_EQ(host.message(), QStringLiteral("Sorry, that key combination is reserved."));
-    EXPECT_FALSE(host.editor->okButton()->isEnabled());
-
-    host.type(Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_EQ(host.message(),
-              QStringLiteral("Sorry, that key combination is in use by 'Undo Change'."));
-    EXPECT_FALSE(host.editor->okButton()->isEnabled());
-
-    // Its own key is no conflict.
-    host.type(Qt::Key_T, Qt::ControlModifier);
-    EXPECT_EQ(host.message(), QString());
-    EXPECT_TRUE(host.editor->okButton()->isEnabled());
-
-    host.type(Qt::Key_Left);
-    EXPECT_EQ(host.message(),
-              QStringLiteral("Sorry, that key combination is in use by 'Nudge Left'."));
-    host.type(Qt::Key_F5, Qt::MetaModifier | Qt::ShiftModifier);
-    EXPECT_EQ(host.editor->editingKey(), QKShortcutKey(0xF708, Control | Shift));
-    EXPECT_EQ(host.message(), QString());
-
+    // Each key typed, and the warning it gives; its own key is no conflict.
+    const std::pair<QKeyCombination, QString> typed[] = {
+        {Qt::CTRL | Qt::Key_H, u"Sorry, that key combination is reserved."_s},
+        {Qt::CTRL | Qt::Key_Z, u"Sorry, that key combination is in use by 'Undo Change'."_s},
+        {Qt::CTRL | Qt::Key_T, {}},
+        {QKeyCombination(Qt::Key_Left),
+         u"Sorry, that key combination is in use by 'Nudge Left'."_s},
+        {Qt::META | Qt::SHIFT | Qt::Key_F5, {}},
+    };
+    for (const auto &[key, message] : typed) {
+        host.type(key.key(), key.keyboardModifiers());
+        EXPECT_EQ(host.message(), message);
+        EXPECT_EQ(host.editor->okButton()->isEnabled(), message.isEmpty()) << message.toStdString();
+    }
+    EXPECT_EQ(host.keyLabel(), QKShortcutKey(0xF708, Control | Shift).displayText());
     // Nothing fired while capturing.
     EXPECT_EQ(host.window.totalCalls(), 0);
     host.editor->confirmSetShortcut(host.editor->okButton());
     EXPECT_EQ(keyOf("newTrack:"), QKShortcutKey(0xF708, Control | Shift));
     EXPECT_FALSE(host.editor->isSettingShortcut());
-    EXPECT_EQ(host.editor->editingShortcut(), nullptr);
-    EXPECT_TRUE(host.editor->editingKey().isClear());
 }
 
 TEST(QKKeyboardShortcutsEditor, clearOtherFreesTheKeyForConfirmation)
 {
     Editor host;
     host.doubleClick("File Menu", 0);
+    QWindow *sheet = host.sheet()->windowHandle();
+    // With nobody holding the key, Option offers Clear Other but cannot use it.
+    QTest::keyPress(sheet, Qt::Key_Alt);
+    EXPECT_EQ(host.editor->clearButton()->text(), u"Clear Other"_s);
+    EXPECT_FALSE(host.editor->clearButton()->isEnabled());
+    QTest::keyRelease(sheet, Qt::Key_Alt);
+
     host.type(Qt::Key_Z, Qt::ControlModifier);
-    ASSERT_FALSE(host.editor->okButton()->isEnabled());
-
-    QTest::keyPress(host.sheet()->windowHandle(), Qt::Key_Alt);
-    EXPECT_EQ(host.editor->clearButton()->text(), QStringLiteral("Clear Other"));
+    QTest::keyPress(sheet, Qt::Key_Alt);
     EXPECT_TRUE(host.editor->clearButton()->isEnabled());
-
     QTest::mouseClick(host.editor->clearButton(), Qt::LeftButton, Qt::AltModifier);
     EXPECT_TRUE(keyOf("undoChange:").isClear());
     // Saved at once, and the typed key stays for confirmation.
     const QVariantList stored =
         QKPropertyList::fromData(defaults()->dataForKey(QKKeyboardShortcuts::CustomKey)).toList();
     ASSERT_EQ(stored.size(), 1);
-    EXPECT_EQ(stored.at(0).toMap().value("action").toString(), QStringLiteral("undoChange:"));
-    EXPECT_EQ(stored.at(0).toMap().value("character").toInt(), 0);
+    EXPECT_EQ(stored.at(0).toMap().value("action"), "undoChange:");
+    EXPECT_EQ(stored.at(0).toMap().value("character"), 0);
     EXPECT_EQ(host.editor->editingKey(), QKShortcutKey(u'z', Command));
     EXPECT_TRUE(host.editor->okButton()->isEnabled());
-    EXPECT_FALSE(host.editor->clearButton()->isEnabled());
-    EXPECT_EQ(host.message(), QString());
-
-    QTest::keyRelease(host.sheet()->windowHandle(), Qt::Key_Alt);
-    EXPECT_EQ(host.editor->clearButton()->text(), QStringLiteral("Clear"));
+    QTest::keyRelease(sheet, Qt::Key_Alt);
+    EXPECT_EQ(host.editor->clearButton()->text(), u"Clear"_s);
 
     QTest::mouseClick(host.editor->okButton(), Qt::LeftButton);
-    EXPECT_FALSE(host.editor->isSettingShortcut());
     EXPECT_EQ(keyOf("newTrack:"), QKShortcutKey(u'z', Command));
-    EXPECT_EQ(QKMainMenu::itemForPath({"New Track"})->shortcut(),
-              QKeySequence(Qt::CTRL | Qt::Key_Z));
-    EXPECT_TRUE(QKMainMenu::itemForPath({"Undo Change"})->shortcut().isEmpty());
+    EXPECT_EQ(menuKey({"New Track"}), QKeySequence(Qt::CTRL | Qt::Key_Z));
+    EXPECT_TRUE(menuKey({"Undo Change"}).isEmpty());
     EXPECT_EQ(registry()->changedShortcuts().size(), 2);
 }
 
-TEST(QKKeyboardShortcutsEditor, optionOnlyOffersClearOtherWhenSomeoneHoldsTheKey)
-{
-    Editor host;
-    host.doubleClick("File Menu", 0);
-    QTest::keyPress(host.sheet()->windowHandle(), Qt::Key_Alt);
-    EXPECT_EQ(host.editor->clearButton()->text(), QStringLiteral("Clear Other"));
-    EXPECT_FALSE(host.editor->clearButton()->isEnabled());
-    QTest::keyRelease(host.sheet()->windowHandle(), Qt::Key_Alt);
-    EXPECT_TRUE(host.editor->clearButton()->isEnabled());
-}
-
-TEST(QKKeyboardShortcutsEditor, clearThenOkLeavesTheShortcutWithoutAKey)
+TEST(QKKeyboardShortcutsEditor, clearAndCancelCommitOnlyAtTheirButton)
 {
     Editor host;
     host.doubleClick("File Menu", 1);
     QTest::mouseClick(host.editor->clearButton(), Qt::LeftButton);
     EXPECT_EQ(host.keyLabel(), QString());
-    EXPECT_TRUE(host.editor->okButton()->isEnabled());
     EXPECT_FALSE(host.editor->clearButton()->isEnabled());
-    // Nothing is committed before OK.
     EXPECT_FALSE(keyOf("exportText:").isClear());
     QTest::mouseClick(host.editor->okButton(), Qt::LeftButton);
-    EXPECT_TRUE(keyOf("exportText:").isClear());
-    EXPECT_TRUE(QKMainMenu::itemForPath({"Export", "As Text"})->shortcut().isEmpty());
-    EXPECT_EQ(host.shortcutRow("File Menu", 1, QKShortcutsModel::ShortcutColumn).data().toString(),
-              QString());
+    EXPECT_TRUE(menuKey({"Export", "As Text"}).isEmpty());
+    EXPECT_EQ(host.cell("File Menu", 1, QKShortcutsModel::ShortcutColumn).data(), QString());
 
-    // Stored, so the next launch keeps it.
-    QKUserDefaults::resetStandardUserDefaults();
-    registry()->loadShortcutsFromPreferencesWithChanges(true);
-    EXPECT_TRUE(keyOf("exportText:").isClear());
-}
-
-TEST(QKKeyboardShortcutsEditor, cancelCommitsNothing)
-{
-    Editor host;
     host.doubleClick("Edit Menu", 0);
     host.type(Qt::Key_J, Qt::ControlModifier);
     QTest::mouseClick(host.editor->cancelButton(), Qt::LeftButton);
     EXPECT_FALSE(host.editor->isSettingShortcut());
-    EXPECT_EQ(keyOf("showResume:"), QKShortcutKey(u'r', Command));
-    EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
-
     // Once the sheet is gone, keys fire shortcuts again.
-    QApplication::setActiveWindow(&host.window);
-    host.window.table->setFocus();
+    host.window.activate();
     QTest::keyClick(host.window.table, Qt::Key_R, Qt::ControlModifier);
     EXPECT_EQ(host.window.calls.value("showResume:"), 1);
+
+    // The cleared key was stored, so the next launch keeps it.
+    QKUserDefaults::resetStandardUserDefaults();
+    registry()->loadShortcutsFromPreferencesWithChanges(true);
+    EXPECT_TRUE(keyOf("exportText:").isClear());
+    EXPECT_EQ(keyOf("showResume:"), QKShortcutKey(u'r', Command));
 }
 
 TEST(QKKeyboardShortcutsEditor, editsWhileSearchingReachTheRegistry)
 {
     Editor host;
-    QTest::keyClicks(host.editor->searchText(), QStringLiteral("nudge"));
+    QTest::keyClicks(host.editor->searchText(), u"nudge"_s);
     host.doubleClick("Nudge", 1);
     host.type(Qt::Key_Period, Qt::ControlModifier);
     QTest::mouseClick(host.editor->okButton(), Qt::LeftButton);
     EXPECT_EQ(keyOf("nudgeRight:"), QKShortcutKey(u'.', Command));
     // The filtered rows stay as they were, with the new key.
-    EXPECT_EQ(host.rowTitles(), (QStringList{"Nudge", "  Nudge Left", "  Nudge Right"}));
+    EXPECT_EQ(host.rowTitles(), QStringList({"Nudge", "  Nudge Left", "  Nudge Right"}));
     EXPECT_TRUE(host.table->isExpanded(host.groupRow("Nudge")));
-    EXPECT_EQ(host.shortcutRow("Nudge", 1, QKShortcutsModel::ShortcutColumn).data().toString(),
+    EXPECT_EQ(host.cell("Nudge", 1, QKShortcutsModel::ShortcutColumn).data(),
               QKShortcutKey(u'.', Command).displayText());
 }
 
@@ -452,33 +358,33 @@ TEST(QKKeyboardShortcutsEditor, panelButtonsRestoreExportAndImport)
 {
     Editor host;
     QList<QKFilePanelRequest> requests;
-    const QString exported = QKTestEnvironment::homePath() + QStringLiteral("/keys.qkshortcuts");
+    const QString exported = QKTestEnvironment::homeFile(u"keys.qkshortcuts"_s);
     QKFilePanels::setAnswerer([&](const QKFilePanelRequest &request, bool) {
         requests << request;
         return QStringList{exported};
     });
     registry()->shortcutWithAction("undoChange:")->setKey(QKShortcutKey(u'u', Command));
-    auto *exportButton = host.editor->panel()->findChild<QPushButton *>("exportButton");
-    auto *importButton = host.editor->panel()->findChild<QPushButton *>("importButton");
-    auto *restoreButton = host.editor->panel()->findChild<QPushButton *>("restoreDefaultsButton");
-    ASSERT_TRUE(exportButton && importButton && restoreButton);
+    const auto click = [&host](const char *button) {
+        auto *found = host.editor->panel()->findChild<QPushButton *>(QString::fromLatin1(button));
+        ASSERT_NE(found, nullptr) << button;
+        QTest::mouseClick(found, Qt::LeftButton);
+    };
 
-    QTest::mouseClick(exportButton, Qt::LeftButton);
+    click("exportButton");
     ASSERT_EQ(requests.size(), 1);
     EXPECT_EQ(requests.at(0).parent, host.editor->panel());
     EXPECT_EQ(QKPropertyList::readFile(exported).toList().size(), 1);
-
-    QTest::keyClicks(host.editor->searchText(), QStringLiteral("undo"));
-    QTest::mouseClick(restoreButton, Qt::LeftButton);
-    EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u'z', Command));
-    EXPECT_TRUE(host.editor->searchText()->text().isEmpty());
-    EXPECT_EQ(host.model->rowCount(), 3);
-
-    QTest::keyClicks(host.editor->searchText(), QStringLiteral("undo"));
-    QTest::mouseClick(importButton, Qt::LeftButton);
+    // Restoring and importing both end a search and show every group.
+    const std::pair<const char *, QKShortcutKey> clicks[] = {
+        {"restoreDefaultsButton", QKShortcutKey(u'z', Command)},
+        {"importButton", QKShortcutKey(u'u', Command)}};
+    for (const auto &[button, key] : clicks) {
+        QTest::keyClicks(host.editor->searchText(), u"undo"_s);
+        click(button);
+        EXPECT_EQ(keyOf("undoChange:"), key) << button;
+        EXPECT_TRUE(host.editor->searchText()->text().isEmpty());
+        EXPECT_EQ(host.model->rowCount(), 3);
+    }
     EXPECT_EQ(requests.size(), 2);
-    EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u'u', Command));
-    EXPECT_TRUE(host.editor->searchText()->text().isEmpty());
-    EXPECT_EQ(host.model->rowCount(), 3);
     EXPECT_TRUE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
 }

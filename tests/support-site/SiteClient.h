@@ -1,7 +1,8 @@
 #pragma once
 
+#include "QKTestPrinters.h"
+
 #include <QByteArray>
-#include <QList>
 #include <QString>
 #include <QVariant>
 
@@ -23,7 +24,12 @@ struct SiteResponse
 class MultipartBody
 {
 public:
-    explicit MultipartBody(const QByteArray &boundary = "qk-test-boundary-7MA4YWxkTrZu0gW");
+    /** A body of text fields, in order. */
+    MultipartBody(std::initializer_list<std::pair<const char *, QString>> fields = {})
+    {
+        for (const auto &[name, value] : fields)
+            field(QString::fromUtf8(name), value);
+    }
 
     /** Adds a text field (UTF-8). */
     MultipartBody &field(const QString &name, const QString &value);
@@ -31,16 +37,17 @@ public:
     MultipartBody &file(const QString &name, const QString &fileName, const QByteArray &type,
                         const QByteArray &bytes);
 
-    QByteArray contentType() const;
+    QByteArray contentType() const { return "multipart/form-data; boundary=" + boundary; }
     /** The body with its close delimiter. */
-    QByteArray body() const;
+    QByteArray body() const { return m_parts + "--" + boundary + "--\r\n"; }
+
+    const QByteArray boundary = "qk-test-boundary-7MA4YWxkTrZu0gW";
 
 private:
-    QByteArray m_boundary;
     QByteArray m_parts;
 };
 
-/** Blocking HTTP over loopback with QNetworkAccessManager and a local event loop. */
+/** Blocking HTTP over loopback, and the site's replies read as the library reads them. */
 namespace SiteClient {
 
 SiteResponse get(const QString &url);
@@ -50,28 +57,12 @@ inline SiteResponse post(const QString &url, const MultipartBody &form)
     return post(url, form.contentType(), form.body());
 }
 
+/**
+ * A help desk reply as the support pane reads it: "request", "history_events" and
+ * "category" elements become maps, "history" a list, and the "results" wrapper goes. With
+ * @p list the top-level values form a list, else a map; an error reply gives
+ * {"error": {"description": ...}}.
+ */
+QVariant helpDesk(const QByteArray &xml, bool list = false);
+
 } // namespace SiteClient
-
-/** Readers of the site's XML replies, built on QXmlStreamReader. */
-namespace SiteXml {
-
-/** A property list (dict, array, string, integer, true, false) as QVariant; invalid if malformed.
- */
-QVariant propertyList(const QByteArray &xml);
-
-/**
- * The help desk reply below its root: each child element becomes a map entry (repeated
- * elements a list under their name), leaves strings. The root's name goes to @p root.
- */
-QVariantMap helpDeskReply(const QByteArray &xml, QString *root = nullptr);
-
-/**
- * Every element named @p name at any depth, converted like helpDeskReply() converts the root:
- * child elements by name, a repeated name as a list, leaves as strings.
- */
-QList<QVariantMap> elements(const QByteArray &xml, const QString &name);
-
-/** @p value as a list: itself when it is one, else a list of one (or none when invalid). */
-QVariantList list(const QVariant &value);
-
-} // namespace SiteXml

@@ -1,7 +1,6 @@
 #include "QKSupportSiteProcess.h"
 #include "SiteClient.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSqlDatabase>
@@ -11,148 +10,128 @@
 
 namespace {
 
-MultipartBody newRequest(const QString &email, const QString &body)
+class SiteState : public ::testing::Test
 {
-    MultipartBody form;
-    form.field("action", "new").field("sFirstName", "Kim").field("sLastName", "Park");
-    form.field("sEmail", email).field("sPhone", "").field("xCategory", "2");
-    form.field("Custom1", "Test Host").field("Custom3", "2.5b1").field("Custom4", "1");
-    form.field("tBody", body);
-    return form;
-}
+protected:
+    void SetUp() override { ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString(); }
 
-QVariantMap requestNumbers(const SiteResponse &response)
-{
-    EXPECT_EQ(response.status, 200) << response.body.toStdString();
-    return SiteXml::helpDeskReply(response.body);
-}
+    /** Sends a new request from @p email; its numbers. */
+    QVariantMap newRequest(const QString &email, const QString &body)
+    {
+        return post({{"action", "new"},
+                     {"sFirstName", "Kim"},
+                     {"sLastName", "Park"},
+                     {"sEmail", email},
+                     {"sPhone", ""},
+                     {"xCategory", "2"},
+                     {"Custom1", "Test Host"},
+                     {"Custom3", "2.5b1"},
+                     {"Custom4", "1"},
+                     {"tBody", body}});
+    }
 
-QList<QVariantMap> list(const QKSupportSiteProcess &site, const QString &email)
-{
-    return SiteXml::elements(
-        SiteClient::post(
-            site.helpDeskAPIURL(),
-            MultipartBody().field("action", "list").field("sEmail", email).field("fTrash", "0"))
-            .body,
-        "request");
-}
+    QVariantMap post(const MultipartBody &form)
+    {
+        const SiteResponse response = SiteClient::post(site.helpDeskAPIURL(), form);
+        EXPECT_EQ(response.status, 200) << response.body.toStdString();
+        return SiteClient::helpDesk(response.body).toMap();
+    }
 
-QVariantList events(const QVariantMap &request)
-{
-    return SiteXml::list(request.value("history").toMap().value("history_events"));
-}
+    QVariantList list(const QString &email)
+    {
+        const MultipartBody form({{"action", "list"}, {"sEmail", email}, {"fTrash", "0"}});
+        return SiteClient::helpDesk(SiteClient::post(site.helpDeskAPIURL(), form).body, true)
+            .toList();
+    }
+
+    int staffPost(const QString &path, const QByteArray &type, const QByteArray &body)
+    {
+        return SiteClient::post(site.baseURL() + path, type, body).status;
+    }
+
+    QKSupportSiteProcess site{QKSupportSiteProcess::Environment::Keep};
+};
 
 } // namespace
 
-TEST(SiteState, requestsAndDocumentsSurviveARestart)
+TEST_F(SiteState, requestsAndDocumentsSurviveARestart)
 {
-    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep);
-    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
     const QString baseURL = site.baseURL();
-
-    const QVariantMap first = requestNumbers(SiteClient::post(
-        site.helpDeskAPIURL(), newRequest("kim@example.com", "Before the restart")));
+    const QVariantMap first = newRequest("kim@example.com", "Before the restart");
     const QByteArray document("PK\x05\x06" + QByteArray(18, '\0'));
-    const SiteResponse added =
-        SiteClient::post(site.helpDeskAPIURL(),
-                         MultipartBody()
-                             .field("action", "add_document")
-                             .field("xRequestHistory", first.value("xRequestHistory").toString())
-                             .field("name", "system_profile")
-                             .field("mimetype", "application/zip")
-                             .field("body", QString::fromLatin1(document.toBase64())));
-    const QString documentNumber = SiteXml::helpDeskReply(added.body).value("xDocument").toString();
-    ASSERT_FALSE(documentNumber.isEmpty()) << added.body.toStdString();
+    const QString documentNumber =
+        post({{"action", "add_document"},
+              {"xRequestHistory", first.value("xRequestHistory").toString()},
+              {"name", "system_profile"},
+              {"mimetype", "application/zip"},
+              {"body", QString::fromLatin1(document.toBase64())}})
+            .value("xDocument")
+            .toString();
+    ASSERT_FALSE(documentNumber.isEmpty());
 
     ASSERT_TRUE(site.restart()) << site.errorString().toStdString();
     EXPECT_EQ(site.baseURL(), baseURL) << "a restart keeps the port";
-
-    const QList<QVariantMap> found = list(site, "kim@example.com");
+    const QVariantList found = list("kim@example.com");
     ASSERT_EQ(found.size(), 1);
-    EXPECT_EQ(found.first().value("xRequest"), first.value("xRequest"));
-    EXPECT_EQ(events(found.first()).first().toMap().value("tNote").toString(),
+    EXPECT_EQ(found.first().toMap().value("xRequest"), first.value("xRequest"));
+    EXPECT_EQ(found.first().toMap().value("history").toList().first().toMap().value("tNote"),
               "Before the restart");
     EXPECT_EQ(SiteClient::get(baseURL + "/inspect/documents/" + documentNumber).body, document);
 
-    const QVariantMap second = requestNumbers(SiteClient::post(
-        site.helpDeskAPIURL(), newRequest("kim@example.com", "After the restart")));
+    const QVariantMap second = newRequest("kim@example.com", "After the restart");
     EXPECT_GT(second.value("xRequest").toLongLong(), first.value("xRequest").toLongLong());
     EXPECT_GT(second.value("xRequestHistory").toLongLong(),
               first.value("xRequestHistory").toLongLong());
-
     // The seed is written once: a restart must not add the sample requests again.
-    EXPECT_EQ(list(site, "alex.martin@example.com").size(), 3);
-}
+    EXPECT_EQ(list("alex.martin@example.com").size(), 3);
 
-TEST(SiteState, stateIsAnSQLiteDatabase)
-{
-    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep);
-    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
-    const QVariantMap created = requestNumbers(
-        SiteClient::post(site.helpDeskAPIURL(), newRequest("lee@example.com", "Stored on disk")));
+    // The state is an SQLite database, and SIGTERM ends the site cleanly.
     site.stop();
-    EXPECT_EQ(site.lastExitCode(), 0) << "SIGTERM ends the site cleanly";
-
+    EXPECT_EQ(site.lastExitCode(), 0);
     {
-        QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", "inspection");
+        QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", "state");
         database.setDatabaseName(site.statePath());
         ASSERT_TRUE(database.open());
         QSqlQuery query(database);
         ASSERT_TRUE(query.exec("SELECT tNote FROM history WHERE xRequestHistory = " +
-                               created.value("xRequestHistory").toString()));
+                               second.value("xRequestHistory").toString()));
         ASSERT_TRUE(query.next());
-        EXPECT_EQ(query.value(0).toString(), "Stored on disk");
+        EXPECT_EQ(query.value(0).toString(), "After the restart");
     }
-    QSqlDatabase::removeDatabase("inspection");
+    QSqlDatabase::removeDatabase("state");
 }
 
-TEST(SiteState, staffRepliesAndClosingShowInTheList)
+TEST_F(SiteState, staffRepliesAndClosingShowInTheList)
 {
-    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep);
-    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
-    const QString number = requestNumbers(SiteClient::post(site.helpDeskAPIURL(),
-                                                           newRequest("pat@example.com", "Help!")))
-                               .value("xRequest")
-                               .toString();
+    const QString number = newRequest("pat@example.com", "Help!").value("xRequest").toString();
+    const QJsonObject reply{{"xRequest", number.toLongLong()},
+                            {"tNote", "Try turning it off and on again."},
+                            {"xPerson", 7}};
+    EXPECT_EQ(staffPost("/inspect/reply", "application/json", QJsonDocument(reply).toJson()), 200);
+    EXPECT_EQ(staffPost("/inspect/reply", "application/x-www-form-urlencoded",
+                        "xRequest=" + number.toUtf8() + "&tNote=Customer+seems+upset&fPublic=0"),
+              200);
+    EXPECT_EQ(staffPost("/inspect/close?xRequest=" + number, {}, {}), 200);
 
-    const SiteResponse publicReply =
-        SiteClient::post(site.baseURL() + "/inspect/reply", "application/json",
-                         QJsonDocument(QJsonObject{{"xRequest", number.toLongLong()},
-                                                   {"tNote", "Try turning it off and on again."},
-                                                   {"xPerson", 7}})
-                             .toJson());
-    ASSERT_EQ(publicReply.status, 200) << publicReply.body.toStdString();
-    const SiteResponse privateNote =
-        SiteClient::post(site.baseURL() + "/inspect/reply", "application/x-www-form-urlencoded",
-                         "xRequest=" + number.toUtf8() + "&tNote=Customer+seems+upset&fPublic=0");
-    ASSERT_EQ(privateNote.status, 200) << privateNote.body.toStdString();
-    const SiteResponse closed = SiteClient::post(
-        site.baseURL() + "/inspect/close?xRequest=" + number, QByteArray(), QByteArray());
-    ASSERT_EQ(closed.status, 200) << closed.body.toStdString();
-
-    const QList<QVariantMap> found = list(site, "pat@example.com");
+    const QVariantList found = list("pat@example.com");
     ASSERT_EQ(found.size(), 1);
-    EXPECT_EQ(found.first().value("fOpen").toString(), "0");
-    const QVariantList history = events(found.first());
+    EXPECT_EQ(found.first().toMap().value("fOpen"), "0");
+    const QVariantList history = found.first().toMap().value("history").toList();
     ASSERT_EQ(history.size(), 3);
     const QVariantMap staff = history.at(1).toMap();
-    EXPECT_EQ(staff.value("xPerson").toString(), "7");
-    EXPECT_EQ(staff.value("fPublic").toString(), "1");
-    EXPECT_EQ(staff.value("tNote").toString(), "Try turning it off and on again.");
+    EXPECT_EQ(staff.value("xPerson"), "7");
+    EXPECT_EQ(staff.value("fPublic"), "1");
+    EXPECT_EQ(staff.value("tNote"), "Try turning it off and on again.");
     const QVariantMap note = history.at(2).toMap();
-    EXPECT_EQ(note.value("fPublic").toString(), "0");
-    EXPECT_EQ(note.value("xPerson").toString(), "1");
-    EXPECT_EQ(note.value("tNote").toString(), "Customer seems upset");
+    EXPECT_EQ(note.value("fPublic"), "0");
+    EXPECT_EQ(note.value("xPerson"), "1");
+    EXPECT_EQ(note.value("tNote"), "Customer seems upset");
 
-    EXPECT_EQ(SiteClient::post(site.baseURL() + "/inspect/close", "application/json",
-                               R"({"xRequest": 1})")
-                  .status,
-              404);
-    EXPECT_EQ(SiteClient::post(site.baseURL() + "/inspect/reply", "application/json", "[1]").status,
-              400);
+    EXPECT_EQ(staffPost("/inspect/close", "application/json", R"({"xRequest": 1})"), 404);
+    EXPECT_EQ(staffPost("/inspect/reply", "application/json", "[1]"), 400);
 }
 
-TEST(SiteState, launcherPointsTheLibraryAtTheSite)
+TEST(SiteStateLauncher, pointsTheLibraryAtTheSite)
 {
     qputenv("QK_SUPPORT_BASE_URL", "https://before.example");
     qunsetenv("QK_HELPDESK_API_URL");

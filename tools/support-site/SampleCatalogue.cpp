@@ -70,6 +70,15 @@ std::optional<QJsonValue> SampleCatalogue::readJson(const QString &path) const
     return document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
 }
 
+std::optional<QJsonValue> SampleCatalogue::titleJson(const QString &code, const QString &major,
+                                                     const QString &fileName) const
+{
+    const QString folder = titlePath(code, major);
+    if (folder.isEmpty())
+        return std::nullopt;
+    return readJson(QDir(folder).filePath(fileName));
+}
+
 QString SampleCatalogue::readText(const QString &path) const
 {
     QFile file(path);
@@ -82,12 +91,10 @@ QString SampleCatalogue::readText(const QString &path) const
 
 std::optional<Appcast> SampleCatalogue::appcast(const QString &code, const QString &major) const
 {
-    const QString folder = titlePath(code, major);
-    if (folder.isEmpty())
-        return std::nullopt;
-    const auto json = readJson(QDir(folder).filePath(QStringLiteral("appcast.json")));
+    const auto json = titleJson(code, major, QStringLiteral("appcast.json"));
     if (!json || !json->isObject())
         return std::nullopt;
+    const QString folder = titlePath(code, major);
     const QJsonObject object = json->toObject();
     Appcast appcast;
     appcast.title = object.value(QLatin1String("title")).toString();
@@ -139,10 +146,7 @@ AppcastItem SampleCatalogue::appcastItem(const QJsonObject &object, const QStrin
 
 std::optional<ManualInfo> SampleCatalogue::manual(const QString &code, const QString &major) const
 {
-    const QString folder = titlePath(code, major);
-    if (folder.isEmpty())
-        return std::nullopt;
-    const auto json = readJson(QDir(folder).filePath(QStringLiteral("manual.json")));
+    const auto json = titleJson(code, major, QStringLiteral("manual.json"));
     if (!json || !json->isObject())
         return std::nullopt;
     ManualInfo info;
@@ -151,7 +155,7 @@ std::optional<ManualInfo> SampleCatalogue::manual(const QString &code, const QSt
         SiteDates::parse(json->toObject().value(QLatin1String("published")).toString());
     if (info.version.isEmpty() || !info.published.isValid()) {
         warn(QStringLiteral("%1/manual.json needs a version and an ISO 8601 published date")
-                 .arg(folder));
+                 .arg(titlePath(code, major)));
         return std::nullopt;
     }
     return info;
@@ -160,10 +164,7 @@ std::optional<ManualInfo> SampleCatalogue::manual(const QString &code, const QSt
 std::optional<QJsonArray> SampleCatalogue::tutorials(const QString &code,
                                                      const QString &major) const
 {
-    const QString folder = titlePath(code, major);
-    if (folder.isEmpty())
-        return std::nullopt;
-    const auto json = readJson(QDir(folder).filePath(QStringLiteral("tutorials.json")));
+    const auto json = titleJson(code, major, QStringLiteral("tutorials.json"));
     if (!json || !json->isArray())
         return std::nullopt;
     return json->toArray();

@@ -96,6 +96,9 @@ public:
 
 private:
     std::optional<QJsonValue> readJson(const QString &path) const;
+    /** readJson() of @p fileName in a title's folder; nullopt when the title is unknown. */
+    std::optional<QJsonValue> titleJson(const QString &code, const QString &major,
+                                        const QString &fileName) const;
     QString readText(const QString &path) const;
     AppcastItem appcastItem(const QJsonObject &object, const QString &titlePath,
                             const QString &code, const QString &major) const;

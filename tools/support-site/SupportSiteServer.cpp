@@ -1,9 +1,9 @@
 #include "SupportSiteServer.h"
 
 #include "HelpDeskAPI.h"
-#include "InspectionAPI.h"
 #include "PublicPages.h"
 #include "SiteReply.h"
+#include "StaffAPI.h"
 
 #include <QDateTime>
 #include <QHttpServerRequest>
@@ -57,12 +57,12 @@ const char *methodName(QHttpServerRequest::Method method)
 struct SupportSiteServer::Private
 {
     Private(const SampleCatalogue &catalogue, HelpDeskStore &store)
-        : pages(catalogue), helpDesk(store, catalogue), inspection(store)
+        : pages(catalogue), helpDesk(store, catalogue), staff(store)
     {}
 
     PublicPages pages;
     HelpDeskAPI helpDesk;
-    InspectionAPI inspection;
+    StaffAPI staff;
 };
 
 SupportSiteServer::SupportSiteServer(const SampleCatalogue &catalogue, HelpDeskStore &store,
@@ -98,8 +98,8 @@ SiteReply SupportSiteServer::route(const QHttpServerRequest &request, const QStr
         return d->helpDesk.handle(header(request, "Content-Type"), request.body());
     }
     if (first == QLatin1String("inspect") && (isGet || isPost)) {
-        return d->inspection.handle(isPost, path.mid(1), request.query(),
-                                    header(request, "Content-Type"), request.body());
+        return d->staff.handle(isPost, path.mid(1), request.query(),
+                               header(request, "Content-Type"), request.body());
     }
     if (!isGet)
         return SiteReply::text(405, "Method Not Allowed");

@@ -10,7 +10,7 @@ struct SiteReply;
 
 /**
  * The loopback support site: takes every request off the wire, hands it to the part of the
- * site that owns its path (help desk API, inspection API, published pages), writes the reply
+ * site that owns its path (help desk API, staff API, published pages), writes the reply
  * and logs one line per request on stderr. Arbitrary paths are routed here rather than with
  * QHttpServer's rules, because the site must accept paths such as ".../3//pdf/x.pdf".
  */

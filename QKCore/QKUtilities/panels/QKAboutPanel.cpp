@@ -1,6 +1,7 @@
 #include "QKAboutPanel.h"
 
 #include "QKAboutPanelContentView.h"
+#include "QKFadingWindow.h"
 #include "QKSplashScreen.h"
 #include "ui_QKAboutPanel.h"
 
@@ -15,10 +16,7 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QPointer>
-#include <QPropertyAnimation>
-#include <QScreen>
 #include <QTimeZone>
-#include <QVBoxLayout>
 
 #include <cmath>
 
@@ -32,8 +30,6 @@ int s_fadeDuration = 250;
 // A year of 356 days: the line has always counted this way.
 constexpr double secondsPerYear = 30758400.0;
 
-// Widgets must be gone before the application object dismantles its widget state, and
-// post routines run first thing in its destructor.
 void destroySharedPanel()
 {
     delete s_sharedPanel.data();
@@ -72,19 +68,16 @@ QDateTime currentDateTime()
 
 struct QKAboutPanel::Private
 {
-    // Declared before the animation, so that the animation goes first.
-    std::unique_ptr<QWidget> window;
+    QKFadingWindow fading{Qt::Dialog, QStringLiteral("QKAboutPanel")};
     QKAboutPanelContentView *view = nullptr;
     Ui::QKAboutPanel ui;
-    std::unique_ptr<QPropertyAnimation> fade;
 };
 
 QKAboutPanel *QKAboutPanel::aboutPanel()
 {
     if (!s_sharedPanel) {
         s_sharedPanel = new QKAboutPanel;
-        s_sharedPanel->setParent(QCoreApplication::instance());
-        qAddPostRoutine(destroySharedPanel);
+        QKFadingWindow::keepUntilApplicationEnds(s_sharedPanel, destroySharedPanel);
     }
     return s_sharedPanel;
 }
@@ -126,19 +119,10 @@ void QKAboutPanel::setFadeDuration(int msecs)
 
 QKAboutPanel::QKAboutPanel() : d(std::make_unique<Private>())
 {
-    d->window = std::make_unique<QWidget>(nullptr, Qt::Dialog | Qt::FramelessWindowHint);
-    d->window->setObjectName(QStringLiteral("QKAboutPanel"));
-    d->window->setAttribute(Qt::WA_TranslucentBackground);
-    d->view = new QKAboutPanelContentView(d->window.get());
+    d->view = new QKAboutPanelContentView(d->fading.window());
     d->ui.setupUi(d->view);
     awakeFromNib();
-
-    auto *layout = new QVBoxLayout(d->window.get());
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(d->view);
-    d->window->setFixedSize(d->view->size());
-    d->fade = std::make_unique<QPropertyAnimation>(d->window.get(), "windowOpacity");
-    connect(d->fade.get(), &QAbstractAnimation::finished, this, &QKAboutPanel::animationDidStop);
+    d->fading.setContentView(d->view);
 }
 
 QKAboutPanel::~QKAboutPanel() = default;
@@ -147,7 +131,7 @@ void QKAboutPanel::awakeFromNib()
 {
     const QKApplication *app = QKApplication::sharedApplication();
     const QString name = app ? app->name() : QCoreApplication::applicationName();
-    d->window->setWindowTitle(name);
+    d->fading.window()->setWindowTitle(name);
     d->ui.appNameText->setText(name);
     d->ui.versionText->setText(QKSplashScreen::versionString(
         bundle()
@@ -175,7 +159,7 @@ void QKAboutPanel::awakeFromNib()
 
 void QKAboutPanel::open()
 {
-    if (d->window->isVisible())
+    if (d->fading.isVisible())
         return;
     const quint32 wanted =
         QKEvents::CommandKeyMask | QKEvents::AlternateKeyMask | QKEvents::ShiftKeyMask;
@@ -186,47 +170,17 @@ void QKAboutPanel::open()
     d->ui.additionalText->setTextInteractionFlags(extra.isEmpty() ? Qt::NoTextInteraction
                                                                   : Qt::TextSelectableByMouse);
 
-    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
-        QRect frame = d->window->geometry();
-        frame.moveCenter(screen->availableGeometry().center());
-        d->window->move(frame.topLeft());
-    }
-    d->fade->stop();
-    d->window->setWindowOpacity(s_fadeDuration > 0 ? 0.0 : 1.0);
-    d->window->show();
-    d->window->raise();
-    d->window->activateWindow();
-    if (s_fadeDuration > 0) {
-        d->fade->setDuration(s_fadeDuration);
-        d->fade->setStartValue(0.0);
-        d->fade->setEndValue(1.0);
-        d->fade->start();
-    }
+    d->fading.open(s_fadeDuration);
 }
 
 void QKAboutPanel::close()
 {
-    d->fade->stop();
-    if (s_fadeDuration > 0 && d->window->isVisible()) {
-        d->fade->setDuration(s_fadeDuration);
-        d->fade->setStartValue(d->window->windowOpacity());
-        d->fade->setEndValue(0.0);
-        d->fade->start();
-        return;
-    }
-    d->window->close();
-}
-
-void QKAboutPanel::animationDidStop()
-{
-    // The fade-in ends here too; only a finished fade-out closes the window.
-    if (d->window->windowOpacity() == 0.0)
-        d->window->close();
+    d->fading.close(s_fadeDuration);
 }
 
 bool QKAboutPanel::isVisible() const
 {
-    return d->window->isVisible();
+    return d->fading.isVisible();
 }
 
 void QKAboutPanel::openLegal(QObject *)
@@ -249,7 +203,7 @@ void QKAboutPanel::openDocument(const QString &name)
 
 QWidget *QKAboutPanel::window() const
 {
-    return d->window.get();
+    return d->fading.window();
 }
 
 QWidget *QKAboutPanel::view() const

@@ -71,7 +71,6 @@ public:
 private:
     QKAboutPanel();
     void awakeFromNib();
-    void animationDidStop();
     void openDocument(const QString &name);
 
     struct Private;

@@ -1,5 +1,6 @@
 #include "QKSplashScreen.h"
 
+#include "QKFadingWindow.h"
 #include "QKSplashScreenContentView.h"
 #include "ui_QKSplashScreen.h"
 
@@ -7,12 +8,8 @@
 #include <QKBundle.h>
 
 #include <QElapsedTimer>
-#include <QGuiApplication>
-#include <QPropertyAnimation>
 #include <QRegularExpression>
-#include <QScreen>
 #include <QThread>
-#include <QVBoxLayout>
 #include <QWindow>
 
 namespace {
@@ -29,8 +26,6 @@ void installLaunchWrapper()
 }
 Q_CONSTRUCTOR_FUNCTION(installLaunchWrapper)
 
-// A splash still open when the application ends must go before the application object
-// dismantles its widget state; post routines run first thing in its destructor.
 void destroySharedSplash()
 {
     delete s_sharedSplash;
@@ -46,20 +41,16 @@ QString applicationName()
 
 struct QKSplashScreen::Private
 {
-    // Declared before the animation, so that the animation goes first.
-    std::unique_ptr<QWidget> window;
+    QKFadingWindow fading{Qt::SplashScreen, QStringLiteral("QKSplashScreen")};
     QKSplashScreenContentView *contentView = nullptr;
     Ui::QKSplashScreen ui;
-    std::unique_ptr<QPropertyAnimation> fade;
 };
 
 QKSplashScreen *QKSplashScreen::splashScreen()
 {
     if (!s_sharedSplash) {
         s_sharedSplash = new QKSplashScreen;
-        s_sharedSplash->setParent(QCoreApplication::instance());
-        qRemovePostRoutine(destroySharedSplash);
-        qAddPostRoutine(destroySharedSplash);
+        QKFadingWindow::keepUntilApplicationEnds(s_sharedSplash, destroySharedSplash);
     }
     return s_sharedSplash;
 }
@@ -133,18 +124,12 @@ void QKSplashScreen::setFadeDuration(int msecs)
 
 QKSplashScreen::QKSplashScreen() : d(std::make_unique<Private>())
 {
-    d->window = std::make_unique<QWidget>(nullptr, Qt::SplashScreen | Qt::FramelessWindowHint);
-    d->window->setObjectName(QStringLiteral("QKSplashScreen"));
-    d->window->setAttribute(Qt::WA_TranslucentBackground);
-    d->window->setWindowTitle(applicationName());
-    d->contentView = new QKSplashScreenContentView(d->window.get());
+    d->fading.window()->setWindowTitle(applicationName());
+    d->contentView = new QKSplashScreenContentView(d->fading.window());
     d->ui.setupUi(d->contentView);
     awakeFromNib();
-
-    auto *layout = new QVBoxLayout(d->window.get());
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(d->contentView);
-    d->window->setFixedSize(d->contentView->size());
+    d->fading.setContentView(d->contentView);
+    connect(&d->fading, &QKFadingWindow::closed, this, &QKSplashScreen::release);
 }
 
 QKSplashScreen::~QKSplashScreen()
@@ -175,25 +160,15 @@ void QKSplashScreen::setActionText(const QString &text)
 
 void QKSplashScreen::open()
 {
-    if (d->window->isVisible())
+    if (d->fading.isVisible())
         return;
-    if (d->fade)
-        d->fade->stop();
-    d->window->setWindowOpacity(1.0);
-    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
-        QRect frame = d->window->geometry();
-        frame.moveCenter(screen->availableGeometry().center());
-        d->window->move(frame.topLeft());
-    }
-    d->window->show();
-    d->window->raise();
-    d->window->activateWindow();
+    d->fading.open(0);
 
     // Until the window is exposed nothing can be drawn into it, and the launch work that
     // follows holds the main thread; wait briefly for the window system to map it.
     QElapsedTimer waited;
     waited.start();
-    const QWindow *handle = d->window->windowHandle();
+    const QWindow *handle = d->fading.window()->windowHandle();
     while (handle && !handle->isExposed() && waited.elapsed() < 500) {
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
         if (!handle->isExposed())
@@ -203,29 +178,7 @@ void QKSplashScreen::open()
 
 void QKSplashScreen::close()
 {
-    if (s_fadeDuration > 0 && d->window->isVisible()) {
-        if (!d->fade) {
-            d->fade = std::make_unique<QPropertyAnimation>(d->window.get(), "windowOpacity");
-            connect(d->fade.get(), &QAbstractAnimation::finished, this,
-                    &QKSplashScreen::animationDidStop);
-        }
-        d->fade->stop();
-        d->fade->setDuration(s_fadeDuration);
-        d->fade->setStartValue(d->window->windowOpacity());
-        d->fade->setEndValue(0.0);
-        d->fade->start();
-        return;
-    }
-    d->window->close();
-    release();
-}
-
-void QKSplashScreen::animationDidStop()
-{
-    if (d->window->windowOpacity() != 0.0)
-        return;
-    d->window->close();
-    release();
+    d->fading.close(s_fadeDuration);
 }
 
 void QKSplashScreen::release()
@@ -237,12 +190,12 @@ void QKSplashScreen::release()
 
 bool QKSplashScreen::isVisible() const
 {
-    return d->window->isVisible();
+    return d->fading.isVisible();
 }
 
 QWidget *QKSplashScreen::window() const
 {
-    return d->window.get();
+    return d->fading.window();
 }
 
 QWidget *QKSplashScreen::contentView() const

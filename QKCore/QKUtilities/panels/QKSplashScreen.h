@@ -74,7 +74,6 @@ public:
 private:
     QKSplashScreen();
     void awakeFromNib();
-    void animationDidStop();
     void release();
 
     struct Private;

@@ -11,6 +11,8 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <functional>
+
 namespace {
 
 QPointer<QMenuBar> s_registeredMenuBar;
@@ -31,6 +33,18 @@ QAction *resolve(QAction *topLevel, const QStringList &path)
             return nullptr;
     }
     return item;
+}
+
+// The first non-null answer of @p find for the top-level items of the main menu bar.
+QAction *findInMenuBar(const std::function<QAction *(QAction *)> &find)
+{
+    const QMenuBar *bar = QKMainMenu::menuBar();
+    const QList<QAction *> topLevel = bar ? bar->actions() : QList<QAction *>();
+    for (QAction *item : topLevel) {
+        if (QAction *found = find(item))
+            return found;
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -60,28 +74,14 @@ void QKMainMenu::setMenuBar(QMenuBar *menuBar)
 
 QAction *QKMainMenu::itemForPath(const QStringList &path)
 {
-    QMenuBar *bar = menuBar();
-    if (!bar)
-        return nullptr;
-    const QList<QAction *> topLevel = bar->actions();
-    for (QAction *item : topLevel) {
-        if (QAction *found = resolve(item, path))
-            return found;
-    }
-    return nullptr;
+    return findInMenuBar([&path](QAction *item) { return resolve(item, path); });
 }
 
 QAction *QKMainMenu::topLevelItem(const QString &title)
 {
-    QMenuBar *bar = menuBar();
-    if (!bar)
-        return nullptr;
-    const QList<QAction *> topLevel = bar->actions();
-    for (QAction *item : topLevel) {
-        if (QKMenus::plainTitle(item->text()) == title)
-            return item;
-    }
-    return nullptr;
+    return findInMenuBar([&title](QAction *item) {
+        return QKMenus::plainTitle(item->text()) == title ? item : nullptr;
+    });
 }
 
 void QKMainMenu::flashTitle(QAction *item)

@@ -13,7 +13,8 @@ const char *const QKKeyEquivalentModifierMaskProperty = "qkKeyEquivalentModifier
 
 namespace {
 
-constexpr quint32 DeviceIndependentMask = 0x1E0000;
+constexpr quint32 DeviceIndependentMask = QKEvents::ShiftKeyMask | QKEvents::ControlKeyMask |
+                                          QKEvents::AlternateKeyMask | QKEvents::CommandKeyMask;
 
 constexpr quint32 S = QKShortcutKey::Shift;
 constexpr quint32 C = QKShortcutKey::Control;

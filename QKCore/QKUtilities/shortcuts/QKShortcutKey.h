@@ -2,6 +2,8 @@
 
 #include "QKUtilitiesGlobal.h"
 
+#include <QKEvents.h>
+
 #include <QVariantMap>
 
 class QAction;
@@ -11,21 +13,22 @@ class QKShortcut;
 
 /**
  * The key a shortcut is bound to: one 16-bit key character (0 when the key is clear,
- * letters lower-cased, special keys as the 0xF700 function-key codes) and a modifier mask
- * (0x20000 Shift, 0x40000 Control, 0x80000 Option, 0x100000 Command; 0x200000 keypad, which
- * only the display string reads). See QKEvents for how Qt key events map to these.
+ * letters lower-cased, special keys as the 0xF700 function-key codes) and a modifier mask of
+ * QKEvents' bits (the keypad bit only the display string reads). See QKEvents for how Qt key
+ * events map to these.
  *
  * Copying a key copies its two fields only.
  */
 class QKUTILITIES_EXPORT QKShortcutKey
 {
 public:
+    /** QKEvents' modifier masks under the names shortcuts use. */
     enum Modifier : quint32 {
-        Shift = 0x20000,
-        Control = 0x40000,
-        Option = 0x80000,
-        Command = 0x100000,
-        NumericPad = 0x200000,
+        Shift = QKEvents::ShiftKeyMask,
+        Control = QKEvents::ControlKeyMask,
+        Option = QKEvents::AlternateKeyMask,
+        Command = QKEvents::CommandKeyMask,
+        NumericPad = QKEvents::NumericPadKeyMask,
     };
 
     QKShortcutKey() = default;

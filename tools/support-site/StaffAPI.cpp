@@ -1,4 +1,4 @@
-#include "InspectionAPI.h"
+#include "StaffAPI.h"
 
 #include "HelpDeskStore.h"
 #include "MultipartForm.h"
@@ -61,10 +61,10 @@ std::optional<qint64> number(const QHash<QString, QString> &fields, const QStrin
 
 } // namespace
 
-InspectionAPI::InspectionAPI(HelpDeskStore &store) : m_store(store) {}
+StaffAPI::StaffAPI(HelpDeskStore &store) : m_store(store) {}
 
-SiteReply InspectionAPI::handle(bool isPost, const QStringList &path, const QUrlQuery &query,
-                                const QByteArray &contentType, const QByteArray &body)
+SiteReply StaffAPI::handle(bool isPost, const QStringList &path, const QUrlQuery &query,
+                           const QByteArray &contentType, const QByteArray &body)
 {
     const QString what = path.value(0);
     if (!isPost) {
@@ -74,10 +74,10 @@ SiteReply InspectionAPI::handle(bool isPost, const QStringList &path, const QUrl
             return documents();
         if (path.size() == 2 && what == QLatin1String("documents"))
             return document(path[1]);
-        return jsonError(404, QStringLiteral("No such inspection page"));
+        return jsonError(404, QStringLiteral("No such staff page"));
     }
     if (path.size() != 1 || (what != QLatin1String("reply") && what != QLatin1String("close")))
-        return jsonError(404, QStringLiteral("No such inspection action"));
+        return jsonError(404, QStringLiteral("No such staff action"));
     QString error;
     const auto fields = postFields(query, contentType, body, error);
     if (!fields)
@@ -85,7 +85,7 @@ SiteReply InspectionAPI::handle(bool isPost, const QStringList &path, const QUrl
     return what == QLatin1String("reply") ? reply(*fields) : close(*fields);
 }
 
-SiteReply InspectionAPI::requests() const
+SiteReply StaffAPI::requests() const
 {
     QJsonArray array;
     for (const StoredRequest &request : m_store.requests(std::nullopt, std::nullopt))
@@ -93,7 +93,7 @@ SiteReply InspectionAPI::requests() const
     return jsonReply(QJsonDocument(array));
 }
 
-SiteReply InspectionAPI::documents() const
+SiteReply StaffAPI::documents() const
 {
     QJsonArray array;
     for (const StoredDocument &document : m_store.documents()) {
@@ -108,7 +108,7 @@ SiteReply InspectionAPI::documents() const
     return jsonReply(QJsonDocument(array));
 }
 
-SiteReply InspectionAPI::document(const QString &id) const
+SiteReply StaffAPI::document(const QString &id) const
 {
     bool ok = false;
     const auto stored = m_store.documentBytes(id.toLongLong(&ok));
@@ -117,7 +117,7 @@ SiteReply InspectionAPI::document(const QString &id) const
     return SiteReply::ok(stored->second.toUtf8(), stored->first);
 }
 
-SiteReply InspectionAPI::reply(const QHash<QString, QString> &fields)
+SiteReply StaffAPI::reply(const QHash<QString, QString> &fields)
 {
     const auto request = number(fields, QStringLiteral("xRequest"));
     const auto person = number(fields, QStringLiteral("xPerson"), 1);
@@ -134,7 +134,7 @@ SiteReply InspectionAPI::reply(const QHash<QString, QString> &fields)
                                                {QStringLiteral("xRequestHistory"), *event}}));
 }
 
-SiteReply InspectionAPI::close(const QHash<QString, QString> &fields)
+SiteReply StaffAPI::close(const QHash<QString, QString> &fields)
 {
     const auto request = number(fields, QStringLiteral("xRequest"));
     if (!request)
@@ -145,10 +145,9 @@ SiteReply InspectionAPI::close(const QHash<QString, QString> &fields)
         QJsonObject{{QStringLiteral("xRequest"), *request}, {QStringLiteral("fOpen"), 0}}));
 }
 
-std::optional<QHash<QString, QString>> InspectionAPI::postFields(const QUrlQuery &query,
-                                                                 const QByteArray &contentType,
-                                                                 const QByteArray &body,
-                                                                 QString &error)
+std::optional<QHash<QString, QString>> StaffAPI::postFields(const QUrlQuery &query,
+                                                            const QByteArray &contentType,
+                                                            const QByteArray &body, QString &error)
 {
     QHash<QString, QString> fields;
     for (const auto &[name, value] : query.queryItems(QUrl::FullyDecoded))

@@ -15,10 +15,10 @@ class QUrlQuery;
  * read everything stored (GET requests, documents, a document's bytes) and act as staff
  * (POST reply, close). Replies are JSON; failures are {"error": "..."} with 400 or 404.
  */
-class InspectionAPI
+class StaffAPI
 {
 public:
-    explicit InspectionAPI(HelpDeskStore &store);
+    explicit StaffAPI(HelpDeskStore &store);
 
     /**
      * Answers a request below "/inspect"; @p path holds the segments after it. POST fields

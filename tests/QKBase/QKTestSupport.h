@@ -1,0 +1,58 @@
+#pragma once
+
+// Shared by the QKBase tests: a capture of Qt's messages and a check of a dictionary's
+// text values.
+
+#include "QKTestPrinters.h"
+
+#include <QMutex>
+#include <QVariant>
+
+#include <gtest/gtest.h>
+
+/** Collects Qt's messages, from any thread, while it lives. */
+class MessageCapture
+{
+public:
+    MessageCapture() { s_previous = qInstallMessageHandler(&MessageCapture::handle); }
+    ~MessageCapture()
+    {
+        qInstallMessageHandler(s_previous);
+        s_messages.clear();
+    }
+    /** The messages so far; with @p category only that category's warnings. */
+    QStringList messages(const char *category = nullptr) const
+    {
+        QMutexLocker locker(&s_mutex);
+        QStringList texts;
+        for (const Message &message : std::as_const(s_messages)) {
+            if (!category || (message.warning && message.category == category))
+                texts << message.text;
+        }
+        return texts;
+    }
+
+private:
+    struct Message
+    {
+        bool warning;
+        QByteArray category;
+        QString text;
+    };
+    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
+    {
+        QMutexLocker locker(&s_mutex);
+        s_messages.append({type == QtWarningMsg, context.category, text});
+    }
+    static inline QMutex s_mutex;
+    static inline QList<Message> s_messages;
+    static inline QtMessageHandler s_previous = nullptr;
+};
+
+/** Expects each key of @p expected to hold that text in @p map. */
+inline void expectTexts(const QVariantMap &map,
+                        std::initializer_list<std::pair<const char *, QString>> expected)
+{
+    for (const auto &[key, text] : expected)
+        EXPECT_EQ(map.value(QString::fromUtf8(key)).toString(), text) << key;
+}
