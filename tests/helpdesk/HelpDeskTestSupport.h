@@ -3,7 +3,7 @@
 // Shared helpers of the help desk tests: the log, the download folder, waiting for the
 // casts, and a small HTTP server that answers with whatever a test scripts.
 
-#include "../QKBase/QKTestPrinters.h"
+#include "QKTestPrinters.h"
 
 #include <QByteArray>
 #include <QHash>
