@@ -6,6 +6,7 @@
 #include <QNetworkRequest>
 #include <QTcpServer>
 
+#include <atomic>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -102,4 +103,28 @@ TEST(QKSynchronousRequest, worksOnWorkerThreadsWithoutEventLoop)
     EXPECT_GT(posted.data.mid(7).toLongLong(), archive.size());
     EXPECT_EQ(fetched.data, "feed for QKTest/1.0");
     EXPECT_FALSE(dropped.isSuccess());
+}
+
+TEST(QKSynchronousRequest, abortAllEndsWaitingWorkersAndRefusesNewRequests)
+{
+    QKTestHttpServer server(route);
+    std::atomic<bool> started = false;
+    QKSynchronousRequest::Reply hung;
+    std::thread waiter([&] {
+        started = true;
+        hung = get(server.url("/hang"), 60s);
+    });
+    while (!started)
+        std::this_thread::yield();
+    // The request must be under way before it can be aborted; the hanging route never ends.
+    std::this_thread::sleep_for(200ms);
+    const auto before = std::chrono::steady_clock::now();
+    QKSynchronousRequest::abortAll();
+    waiter.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
+    EXPECT_FALSE(hung.isSuccess());
+
+    const auto refused = get(server.url("/feed"));
+    EXPECT_FALSE(refused.isSuccess());
+    EXPECT_TRUE(refused.data.isEmpty());
 }
