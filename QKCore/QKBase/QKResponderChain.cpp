@@ -4,8 +4,10 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QHash>
 #include <QMainWindow>
 #include <QMetaMethod>
+#include <QMutex>
 #include <QWidget>
 
 namespace {
@@ -23,12 +25,9 @@ bool isCallable(const QMetaMethod &method)
 
 // The best method for the action: one taking the sender beats one taking a value, which
 // beats one taking nothing.
-QMetaMethod findMethod(const QObject *object, const QByteArray &action)
+QMetaMethod searchMethod(const QMetaObject *meta, const QByteArray &action)
 {
-    if (!object)
-        return QMetaMethod();
     const QByteArray name = methodName(action);
-    const QMetaObject *meta = object->metaObject();
     QMetaMethod best;
     int bestRank = -1;
     for (int i = meta->methodCount() - 1; i >= 0; --i) {
@@ -44,6 +43,22 @@ QMetaMethod findMethod(const QObject *object, const QByteArray &action)
         }
     }
     return best;
+}
+
+// Every key press walks the whole chain, so the answer per class and action is kept.
+QMetaMethod findMethod(const QObject *object, const QByteArray &action)
+{
+    if (!object)
+        return QMetaMethod();
+    static QMutex mutex;
+    static QHash<std::pair<const QMetaObject *, QByteArray>, QMetaMethod> cache;
+    const QMetaObject *meta = object->metaObject();
+    const std::pair<const QMetaObject *, QByteArray> key(meta, action);
+    QMutexLocker lock(&mutex);
+    auto found = cache.constFind(key);
+    if (found == cache.constEnd())
+        found = cache.insert(key, searchMethod(meta, action));
+    return found.value();
 }
 
 void appendChain(QList<QObject *> &chain, QWidget *window)
