@@ -2,6 +2,7 @@
 #include "ui_QKHelpDesk.h"
 
 #include "HSResults.h"
+#include "QKCrashReporter.h"
 #include "QKHelpDeskCasts.h"
 #include "QKHelpDeskDebug.h"
 #include "QKHelpDeskDocumentation.h"
@@ -121,6 +122,7 @@ QKHelpDesk *QKHelpDesk::helpDesk()
 void QKHelpDesk::startup()
 {
     helpDesk();
+    QKCrashReporter::install();
 }
 
 void QKHelpDesk::openWindow(QObject *sender)
