@@ -1,11 +1,11 @@
 #pragma once
 
+#include "HSResults.h"
 #include "QKHelpDeskView.h"
 
 #include <memory>
 #include <optional>
 
-class HSResults;
 class QKHelpDeskAttachFilesPanel;
 class QKHelpDeskExchange;
 class QKHelpDeskUploadChain;
