@@ -184,12 +184,6 @@ QStringList ScriptedHelpDesk::steps() const
     return steps;
 }
 
-ScriptedHelpDesk::Reply ScriptedHelpDesk::numbers()
-{
-    return {200, "<?xml version=\"1.0\"?><results><xRequest>10001</xRequest>"
-                 "<xRequestHistory>40001</xRequestHistory></results>"};
-}
-
 namespace {
 
 // The fields of a multipart/form-data body as QKMultipartRequest writes it.
@@ -215,9 +209,7 @@ QMap<QString, QString> parseForm(const QByteArray &headers, const QByteArray &bo
     return form;
 }
 
-} // namespace
-
-static std::optional<ScriptedHelpDesk::Reply> defaultReply(const QString &action)
+ScriptedHelpDesk::Reply defaultReply(const QString &action)
 {
     if (action == u"categories")
         return ScriptedHelpDesk::Reply{
@@ -225,12 +217,16 @@ static std::optional<ScriptedHelpDesk::Reply> defaultReply(const QString &action
                  "<sCategory>Crashes &amp; Bugs</sCategory><fAllowPublicSubmit>1"
                  "</fAllowPublicSubmit><fDeleted>0</fDeleted></category></results>"};
     if (action == u"new" || action == u"update")
-        return ScriptedHelpDesk::numbers();
+        return ScriptedHelpDesk::Reply{200,
+                                       "<?xml version=\"1.0\"?><results><xRequest>10001</xRequest>"
+                                       "<xRequestHistory>40001</xRequestHistory></results>"};
     if (action == u"add_document")
         return ScriptedHelpDesk::Reply{
             200, "<?xml version=\"1.0\"?><results><xDocument>701</xDocument></results>"};
     return ScriptedHelpDesk::Reply{200, "<?xml version=\"1.0\"?><results></results>"};
 }
+
+} // namespace
 
 void ScriptedHelpDesk::serve(QTcpSocket *socket)
 {
@@ -250,17 +246,16 @@ void ScriptedHelpDesk::serve(QTcpSocket *socket)
         parseForm(buffer.left(headerEnd), buffer.mid(headerEnd + 4, bodySize));
     m_buffers.remove(socket);
     m_forms << form;
-    std::optional<Reply> reply = m_script ? m_script(form) : std::nullopt;
-    if (!reply)
-        reply = defaultReply(form.value(QStringLiteral("action")));
-    if (reply->drop) {
+    const std::optional<Reply> scripted = m_script ? m_script(form) : std::nullopt;
+    const Reply reply = scripted ? *scripted : defaultReply(form.value(QStringLiteral("action")));
+    if (reply.drop) {
         socket->abort();
         socket->deleteLater();
         return;
     }
-    socket->write("HTTP/1.1 " + QByteArray::number(reply->status) +
+    socket->write("HTTP/1.1 " + QByteArray::number(reply.status) +
                   " Scripted\r\nContent-Type: text/xml\r\nConnection: close\r\nContent-Length: " +
-                  QByteArray::number(reply->body.size()) + "\r\n\r\n" + reply->body);
+                  QByteArray::number(reply.body.size()) + "\r\n\r\n" + reply.body);
     socket->disconnectFromHost();
     connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
 }

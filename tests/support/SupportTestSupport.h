@@ -100,8 +100,6 @@ public:
     /** The "action" (or, for documents, "add_document:<name>") of each form received. */
     QStringList steps() const;
 
-    static Reply numbers();
-
 private:
     void serve(QTcpSocket *socket);
 

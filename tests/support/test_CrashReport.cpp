@@ -13,6 +13,7 @@
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QDir>
+#include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QProcess>
 
@@ -74,6 +75,7 @@ TEST(CrashReport, theNextLaunchReportsTheCrashWithItsLog)
     ASSERT_EQ(crashLogs.size(), 1);
 
     QKApplicationLog::sharedLog()->_setThreshold(QKApplicationLog::Info, "HDSupport");
+    QKUserDefaults::standardUserDefaults()->setObject("ada@example.org", "Help Desk Email");
     QKHelpDesk::startup();
     ASSERT_EQ(QKAlert::shownAlerts().size(), 1);
     EXPECT_EQ(QKAlert::shownAlerts()[0].message,
@@ -82,6 +84,8 @@ TEST(CrashReport, theNextLaunchReportsTheCrashWithItsLog)
     QKHelpDeskSupport *pane = QKHelpDesk::helpDesk()->supportView();
     ASSERT_NE(pane, nullptr);
     EXPECT_TRUE(paneWidget<QCheckBox>(pane, "submitCrashLog1Button")->isChecked());
+    EXPECT_EQ(paneWidget<QLineEdit>(pane, "emailText")->text(), "ada@example.org");
+    EXPECT_EQ(paneWidget<QLineEdit>(pane, "emailSearchText")->text(), "ada@example.org");
     const QString body = paneWidget<QPlainTextEdit>(pane, "bodyText")->toPlainText();
     EXPECT_EQ(body, "I had a crash! Here's what happened...\n\n");
     ASSERT_TRUE(

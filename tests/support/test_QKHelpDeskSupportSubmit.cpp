@@ -3,6 +3,7 @@
 #include "HSForms.h"
 #include "QKHelpDeskAttachFilesPanel.h"
 #include "QKHelpDeskProgressPanel.h"
+#include "QKSupportSite.h"
 #include "QKSupportSiteProcess.h"
 #include "QKTestEnvironment.h"
 
@@ -18,6 +19,9 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTextCursor>
+#include <QTextDocument>
 
 #include <gtest/gtest.h>
 
@@ -87,6 +91,22 @@ TEST_F(SupportPane, validationAsksForTheCategoryBeforeTheMessage)
                            "Info: send system profile success", "Info: send crash log success",
                            "Info: send debug log success", "Info: submit attached files success",
                            "Info: submit complete"}));
+}
+
+TEST_F(SupportPane, helpSpotLineLinksItsName)
+{
+    QTextDocument line;
+    line.setHtml(paneWidget<QLabel>(pane, "helpSpotText")->text());
+    ASSERT_EQ(line.toPlainText(), "Powered by HelpSpot");
+    // Characters 11 to 18 carry the link, and only they.
+    QString linked;
+    QTextCursor cursor(&line);
+    for (int position = 1; position <= 19; ++position) {
+        cursor.setPosition(position);
+        if (cursor.charFormat().anchorHref() == QKHelpDeskSupport::helpSpotURL())
+            linked += line.characterAt(position - 1);
+    }
+    EXPECT_EQ(linked, "HelpSpot");
 }
 
 TEST_F(SupportPane, newRequestUploadsEveryChosenDiagnostic)
@@ -197,4 +217,16 @@ TEST_F(SupportPane, missingDiagnosticsEndTheChain)
     EXPECT_EQ(inspect(*site, "documents").size(), 0);
     EXPECT_EQ(pane->attachedFiles().size(), 1);
     EXPECT_FALSE(pane->requestID().isEmpty());
+}
+
+TEST_F(SupportPane, anEndpointThatCannotBeUsedStartsNothing)
+{
+    QKSupportSite::setHelpDeskAPIURL("nowhere");
+    submitRequest(pane, "Crashes & Bugs", "Hello");
+    paneWidget<QPushButton>(pane, "searchButton")->click();
+    EXPECT_FALSE(progressPanel()->isVisible());
+    EXPECT_TRUE(QKAlert::shownAlerts().isEmpty());
+    EXPECT_EQ(supportLog(), QStringList({"Info: begin submit", "Info: sending request",
+                                         "Warning: start sending request failed"}));
+    EXPECT_EQ(paneWidget<QPlainTextEdit>(pane, "bodyText")->toPlainText(), "Hello");
 }

@@ -7,7 +7,6 @@
 #include <QKApplicationLog.h>
 #include <QKException.h>
 
-#include <QPointer>
 #include <QThread>
 
 const char *const QKApplicationErrorHandler::AccessibilityErrorKey =
