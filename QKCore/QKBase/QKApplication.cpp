@@ -93,6 +93,11 @@ void QKApplication::setExceptionHandler(ExceptionHandler handler)
     d->exceptionHandler = std::move(handler);
 }
 
+QKApplication::ExceptionHandler QKApplication::exceptionHandler() const
+{
+    return d->exceptionHandler;
+}
+
 bool QKApplication::notify(QObject *receiver, QEvent *event)
 {
     // Qt cannot unwind through its event dispatch, so every exception that escapes a

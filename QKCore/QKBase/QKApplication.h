@@ -61,6 +61,8 @@ public:
     /** Installs a hook that sees every event first, after those installed before it. */
     void installEventHook(EventHook hook);
     void setExceptionHandler(ExceptionHandler handler);
+    /** The handler set with setExceptionHandler(); empty when none is. */
+    ExceptionHandler exceptionHandler() const;
 
     bool notify(QObject *receiver, QEvent *event) override;
 

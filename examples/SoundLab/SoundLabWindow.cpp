@@ -11,6 +11,7 @@
 #include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
+#include <QKException.h>
 #include <QKHelpDesk.h>
 #include <QKKeyboardShortcuts.h>
 #include <QKMenus.h>
@@ -183,9 +184,12 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(help, tr("Support Site"), "showSupportSite:");
     QKMenus::addItemWithTitle(help, tr("Online Manuals"), "openManuals:");
     QKMenus::addItemWithTitle(help, tr("System Information"), "showSystemInformation:");
+    QKMenus::addItemWithTitle(help, tr("Raise Test Exception"), "raiseTestException:");
     QMenu *debug = help->addMenu(tr("Debug Log"));
     QKMenus::addItemWithTitle(debug, tr("Write Log Entry"), "writeLogEntry:");
     QKMenus::addItemWithTitle(debug, tr("Open Debug Log"), "openDebugLog:");
+    debug->addSeparator();
+    QKMenus::addItemWithTitle(debug, tr("Crash Sound Lab"), "crashSoundLab:");
 }
 
 void SoundLabWindow::newTrack(QObject *sender)
@@ -346,6 +350,20 @@ void SoundLabWindow::openDebugLog(QObject *)
     if (!QFileInfo::exists(log->logFilePath()))
         writeLogEntry(this);
     log->openLogFile();
+}
+
+void SoundLabWindow::raiseTestException(QObject *)
+{
+    throw QKException(tr("Sound Lab raised a test exception from the Help menu"),
+                      {{QStringLiteral("tracks"), trackCount()}});
+}
+
+// Read through a volatile, so the compiler cannot see the null pointer and drop the write.
+int *volatile g_nowhere = nullptr;
+
+void SoundLabWindow::crashSoundLab(QObject *)
+{
+    *g_nowhere = 42;
 }
 
 void SoundLabWindow::showHelpDesk(QObject *sender)

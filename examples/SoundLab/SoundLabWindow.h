@@ -35,6 +35,10 @@ public:
     Q_INVOKABLE void showSystemInformation(QObject *sender);
     Q_INVOKABLE void writeLogEntry(QObject *sender);
     Q_INVOKABLE void openDebugLog(QObject *sender);
+    /** Throws an application error, to try the help desk's error report. */
+    Q_INVOKABLE void raiseTestException(QObject *sender);
+    /** Crashes Sound Lab on purpose, to try the crash report at the next launch. */
+    Q_INVOKABLE void crashSoundLab(QObject *sender);
     Q_INVOKABLE void toggleKeyboardShortcuts(QObject *sender);
     Q_INVOKABLE void nudgeLeft(QObject *sender);
     Q_INVOKABLE void nudgeRight(QObject *sender);

@@ -60,6 +60,10 @@ int main(int argc, char **argv)
     setenv("XDG_CONFIG_HOME", (homeBytes + "/.config").constData(), 1);
     setenv("XDG_DATA_HOME", (homeBytes + "/.local/share").constData(), 1);
     setenv("XDG_CACHE_HOME", (homeBytes + "/.cache").constData(), 1);
+    // The application's temporary folder lives under the temporary path and the help desk
+    // empties it at start-up, so parallel test processes must not share one.
+    QDir(g_homePath).mkpath(QStringLiteral("tmp"));
+    setenv("TMPDIR", (homeBytes + "/tmp").constData(), 1);
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         setenv("QT_QPA_PLATFORM", "offscreen", 1);
 

@@ -2,6 +2,7 @@
 #include "ui_QKHelpDesk.h"
 
 #include "HSResults.h"
+#include "QKCrashReporter.h"
 #include "QKHelpDeskCasts.h"
 #include "QKHelpDeskDebug.h"
 #include "QKHelpDeskDocumentation.h"
@@ -132,6 +133,7 @@ QKHelpDesk *QKHelpDesk::helpDesk()
 void QKHelpDesk::startup()
 {
     helpDesk();
+    QKCrashReporter::install();
 }
 
 void QKHelpDesk::openWindow(QObject *sender)

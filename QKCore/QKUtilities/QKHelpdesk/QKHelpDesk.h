@@ -36,7 +36,8 @@ class QKUTILITIES_EXPORT QKHelpDesk : public QObject, public QKHelpDeskToolbarDe
 public:
     /** The shared help desk, created (and started up) on first use. */
     static QKHelpDesk *helpDesk();
-    /** The host's call at launch: creates the help desk now. */
+    /** The host's call at launch, after it installed its own signal handlers: creates the
+     *  help desk now and installs the crash reporter (QKCrashReporter). */
     static void startup();
     /** Opens the window on the pane titled like @p sender (a menu item's plain title, or an
      *  object's "title" property). "Online Documentation" and "Check for Updates" run those

@@ -1,5 +1,7 @@
 #include "QKHelpDeskCasts.h"
 
+#include "HSForms.h"
+
 #include <QKApplicationLog.h>
 #include <QKMultipartRequest.h>
 #include <QKPropertyList.h>
@@ -73,8 +75,8 @@ QVariantList QKHelpDeskCasts::tutorials(const QUrl &url)
 
 std::optional<HSResults> QKHelpDeskCasts::categories(const QUrl &apiURL)
 {
-    const QKMultipartRequest request = QKMultipartRequest::requestWithURL(
-        apiURL, {{QStringLiteral("action"), QStringLiteral("categories")}});
+    const QKMultipartRequest request =
+        QKMultipartRequest::requestWithURL(apiURL, HSForms::categories());
     const QKSynchronousRequest::Reply reply = QKSynchronousRequest::post(request);
     if (!reply.isSuccess()) {
         warn(QStringLiteral("cannot fetch the help desk categories from %1: %2")

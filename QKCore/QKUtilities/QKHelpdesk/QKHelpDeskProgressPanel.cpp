@@ -162,6 +162,11 @@ bool QKHelpDeskProgressPanel::isCancelled() const
     return d->cancelled;
 }
 
+const std::atomic<bool> *QKHelpDeskProgressPanel::cancelFlag() const
+{
+    return &d->cancelled;
+}
+
 double QKHelpDeskProgressPanel::progressValue() const
 {
     const QProgressBar *bar = d->ui.progressProgressBar;

@@ -4,6 +4,7 @@
 
 #include <QDialog>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -77,6 +78,9 @@ public:
     bool isSessionRunning() const;
     /** True once the user cancelled the running session; safe to read from any thread. */
     bool isCancelled() const;
+    /** The flag behind isCancelled(), for a worker thread that waits on its own; it lives
+     *  as long as the panel. */
+    const std::atomic<bool> *cancelFlag() const;
     /** The bar's value from 0.0 to 1.0. */
     double progressValue() const;
     /** The earliest time of the next redraw, in seconds since 1 January 2001 UTC. */

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "QKUtilitiesGlobal.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QVariantMap>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QNetworkAccessManager;
+class QNetworkReply;
+class QUrl;
+
+/**
+ * The support pane's one exchange at a time with the help desk API: a multipart form
+ * posted to the endpoint, its reply collected, and the end method stored before the
+ * exchange ends called with nothing on success or with the error.
+ *
+ * Only a transport failure (no connection, a connection dropped before the whole reply
+ * arrived) counts as an error; the HTTP status is never examined, so an error page comes
+ * back as a reply like any other.
+ *
+ * An end method may start the next exchange. The reply of the finished exchange stays
+ * readable through responseData() until its end method returns, while the new exchange
+ * collects its own reply from its first bytes.
+ */
+class QKUTILITIES_EXPORT QKHelpDeskExchange : public QObject
+{
+    Q_OBJECT
+public:
+    /** Called when an exchange ends: no value on success, the error's text otherwise. */
+    using EndMethod = std::function<void(const std::optional<QString> &error)>;
+
+    explicit QKHelpDeskExchange(QObject *parent = nullptr);
+    ~QKHelpDeskExchange() override;
+
+    /**
+     * Posts @p form to @p url. Returns false, starting nothing, when @p url is not an
+     * http or https address or another exchange is still running: the connection cannot
+     * be made. Set the end method after a successful start.
+     */
+    bool start(const QUrl &url, const QVariantMap &form);
+    /** The method to call when the running exchange ends; replaces the previous one. */
+    void setEndConnectionSelector(EndMethod endMethod);
+
+    /** True from a successful start() until the end method is called. */
+    bool isRunning() const;
+    /**
+     * The reply bytes of the exchange whose end method runs, else of the running exchange;
+     * null between exchanges and until the first bytes arrive.
+     */
+    QByteArray responseData() const;
+    /** The access manager the exchanges go through. */
+    QNetworkAccessManager *networkAccessManager() const;
+
+private:
+    void didReceiveData();
+    void didFinishLoading();
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};

@@ -1,0 +1,239 @@
+// A 100 MB attachment uploaded through the support pane's add_document path (zipped with
+// /usr/bin/zip, encoded as Base64, posted as a multipart form to the loopback support site),
+// against curl posting the same Base64 form to the same site in the same run.
+//
+// Each upload runs in a process of its own, so its wall time and peak memory are its own: the
+// pane's path runs in a copy of this program started with "--phase pane", curl in curl. The
+// zip tool's own run is measured apart, for the share of the pane's time that curl, posting a
+// ready archive, does not spend. curl is told not to announce the body with "Expect:
+// 100-continue": the site does not answer that, and curl would wait a second for it.
+
+#include "HSForms.h"
+#include "HSResults.h"
+#include "QKHelpDeskExchange.h"
+#include "QKHelpDeskUploadChain.h"
+#include "QKHelpDeskView.h"
+
+#include <QKApplication.h>
+#include <QKMultipartRequest.h>
+#include <QKSynchronousRequest.h>
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr qint64 AttachmentSize = 100 * 1024 * 1024;
+
+struct Setup
+{
+    QString executable;
+    QString siteURL;
+    QString attachment; // the 100 MB random file
+    QString archive;    // its zip, as the pane makes it
+    QString base64File; // the archive's Base64 text, for curl
+    QString requestID;
+    QString historyID;
+    QString workFolder;
+};
+Setup g_setup;
+
+struct Run
+{
+    bool ok = false;
+    double seconds = 0.0;
+    double peakMB = 0.0; // the process's maximum resident set
+    QByteArray output;
+};
+
+/**
+ * Runs @p program to its end and measures it alone: wall time, and its maximum resident set
+ * as GNU time reports it. Going through time matters: a child's own ru_maxrss starts from
+ * the resident set of the process that spawned it, which here holds the archive.
+ */
+Run runMeasured(const QString &program, const QStringList &arguments)
+{
+    const QString report = QDir(g_setup.workFolder).filePath("time.txt");
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QElapsedTimer timer;
+    timer.start();
+    process.start("/usr/bin/time", QStringList{"-f", "%M", "-o", report, program} + arguments);
+    Run run;
+    if (!process.waitForFinished(900000))
+        return run;
+    run.seconds = timer.nsecsElapsed() / 1e9;
+    run.output = process.readAllStandardOutput();
+    QFile file(report);
+    file.open(QIODevice::ReadOnly);
+    run.peakMB = file.readAll().trimmed().split('\n').last().toDouble() / 1024.0;
+    run.ok = process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    return run;
+}
+
+/** The child's side: the pane's upload of the attachment, started as the chain starts it. */
+int runPanePhase(int argc, char **argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QKApplication app(argc, argv);
+    QKHelpDeskView pane;
+    QKHelpDeskExchange exchange;
+    QKHelpDeskUploadChain chain(&pane, &exchange);
+    QKHelpDeskUploadChain::Plan plan;
+    plan.attachedFiles = {QString::fromLocal8Bit(argv[3])};
+    plan.requestHistoryID = QString::fromLocal8Bit(argv[4]);
+    plan.requestID = QString::fromLocal8Bit(argv[5]);
+    chain.setPlan(plan);
+    bool finished = false;
+    QEventLoop loop;
+    QObject::connect(&chain, &QKHelpDeskUploadChain::finished, &loop, [&] {
+        finished = true;
+        loop.quit();
+    });
+    QTimer::singleShot(0, &chain, [&] { chain.submitAttachedFiles(); });
+    // A failure ends the chain without finishing it: no exchange runs any more.
+    QTimer watch;
+    QObject::connect(&watch, &QTimer::timeout, &loop, [&] {
+        if (!exchange.isRunning())
+            loop.quit();
+    });
+    watch.start(50);
+    loop.exec();
+    return finished ? 0 : 1;
+}
+
+bool prepare(const QString &folder)
+{
+    g_setup.workFolder = folder;
+    g_setup.attachment = QDir(folder).filePath("session.raw");
+    QFile attachment(g_setup.attachment);
+    if (!attachment.open(QIODevice::WriteOnly))
+        return false;
+    QByteArray chunk(1024 * 1024, Qt::Uninitialized);
+    for (qint64 written = 0; written < AttachmentSize; written += chunk.size()) {
+        QRandomGenerator::global()->fillRange(reinterpret_cast<quint32 *>(chunk.data()),
+                                              chunk.size() / sizeof(quint32));
+        attachment.write(chunk);
+    }
+    attachment.close();
+
+    // The same archive the pane makes, and its Base64 text for curl.
+    g_setup.archive = QDir(folder).filePath("attachments.zip");
+    if (QProcess::execute("/usr/bin/zip",
+                          {"-qrj", QDir(folder).filePath("attachments"), g_setup.attachment}) != 0)
+        return false;
+    QFile archive(g_setup.archive);
+    QFile base64(g_setup.base64File = QDir(folder).filePath("attachments.b64"));
+    if (!archive.open(QIODevice::ReadOnly) || !base64.open(QIODevice::WriteOnly))
+        return false;
+    base64.write(archive.readAll().toBase64());
+
+    const QKSynchronousRequest::Reply reply =
+        QKSynchronousRequest::post(QKMultipartRequest::requestWithURL(
+            QUrl(g_setup.siteURL + "/helpspot_api.php"),
+            HSForms::newRequest({"Bench", "Mark", "bench@example.org", "", 3, false, "Upload Bench",
+                                 "1.0", "A large attachment follows."})));
+    const QVariantMap numbers = HSResults(reply.data, false).results().toMap();
+    g_setup.requestID = numbers.value("xRequest").toString();
+    g_setup.historyID = numbers.value("xRequestHistory").toString();
+    return !g_setup.historyID.isEmpty();
+}
+
+void BM_SupportUpload(benchmark::State &state)
+{
+    const double archiveMB = QFileInfo(g_setup.archive).size() / (1024.0 * 1024.0);
+    double ours = 0, curl = 0, zip = 0, oursPeak = 0, curlPeak = 0;
+    for (auto _ : state) {
+        const Run pane = runMeasured(g_setup.executable, {"--phase", "pane", g_setup.attachment,
+                                                          g_setup.historyID, g_setup.requestID});
+        state.PauseTiming();
+        const Run curlRun = runMeasured(
+            "curl", {"-s", "-f", "-o", "/dev/null", "-H", "Expect:", "-F", "action=add_document",
+                     "-F", "xRequestHistory=" + g_setup.historyID, "-F",
+                     "name=" + g_setup.requestID, "-F", "mimetype=application/zip", "-F",
+                     "body=<" + g_setup.base64File, g_setup.siteURL + "/helpspot_api.php"});
+        const Run zipRun =
+            runMeasured("/usr/bin/zip",
+                        {"-qrj", QDir(g_setup.workFolder).filePath("again"), g_setup.attachment});
+        QFile::remove(QDir(g_setup.workFolder).filePath("again.zip"));
+        state.ResumeTiming();
+        if (!pane.ok || !curlRun.ok || !zipRun.ok) {
+            state.SkipWithError("an upload failed");
+            break;
+        }
+        state.SetIterationTime(pane.seconds);
+        ours += pane.seconds;
+        curl += curlRun.seconds;
+        zip += zipRun.seconds;
+        oursPeak = std::max(oursPeak, pane.peakMB);
+        curlPeak = std::max(curlPeak, curlRun.peakMB);
+    }
+    const double n = double(state.iterations());
+    if (n == 0 || curl == 0)
+        return;
+    state.counters["archive_MB"] = archiveMB;
+    state.counters["pane_s"] = ours / n;
+    state.counters["curl_s"] = curl / n;
+    state.counters["zip_s"] = zip / n;
+    state.counters["time_ratio"] = ours / curl;
+    state.counters["time_ratio_without_zip"] = (ours - zip) / curl;
+    state.counters["pane_peak_MB"] = oursPeak;
+    state.counters["curl_peak_MB"] = curlPeak;
+    state.counters["peak_per_archive"] = oursPeak / archiveMB;
+}
+BENCHMARK(BM_SupportUpload)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+QString startSite(QProcess &site, const QString &statePath)
+{
+    site.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    site.start(
+        QStringLiteral(QK_SUPPORT_SITE_EXECUTABLE),
+        {"--port", "0", "--data", QStringLiteral(QK_SUPPORT_SITE_DATA), "--state", statePath});
+    if (!site.waitForStarted(15000) || !site.waitForReadyRead(15000))
+        return QString();
+    const QByteArray line = site.readLine().trimmed();
+    const QByteArray prefix = "Listening on ";
+    return line.startsWith(prefix) ? QString::fromUtf8(line.mid(prefix.size())) : QString();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc == 6 && qstrcmp(argv[1], "--phase") == 0 && qstrcmp(argv[2], "pane") == 0)
+        return runPanePhase(argc, argv);
+
+    QTemporaryDir work;
+    if (!work.isValid())
+        return 2;
+    // A HOME and a temporary folder of its own: the pane's archives and log go there.
+    setenv("HOME", QFile::encodeName(work.path()).constData(), 1);
+    setenv("TMPDIR", QFile::encodeName(work.path()).constData(), 1);
+    QCoreApplication app(argc, argv);
+    g_setup.executable = QCoreApplication::applicationFilePath();
+    QProcess site;
+    g_setup.siteURL = startSite(site, work.filePath("state.sqlite"));
+    if (g_setup.siteURL.isEmpty() || !prepare(work.path())) {
+        std::fprintf(stderr, "The support site did not start, or the upload was not prepared.\n");
+        return 1;
+    }
+    qputenv("QK_HELPDESK_API_URL", (g_setup.siteURL + "/helpspot_api.php").toUtf8());
+
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    site.terminate();
+    site.waitForFinished(10000);
+    return 0;
+}
