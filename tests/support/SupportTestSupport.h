@@ -4,7 +4,7 @@
 // the loopback support site, what the site stored, the log, zip contents, and a scripted
 // help desk API for the failures the real site never makes.
 
-#include "../QKBase/QKTestPrinters.h"
+#include "QKTestPrinters.h"
 #include "QKHelpDeskSupport.h"
 
 #include <QByteArray>
