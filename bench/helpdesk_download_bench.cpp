@@ -2,6 +2,7 @@
 // fetching the same file from the same server in the same run; and how often the progress
 // panel redraws its bar meanwhile (at most twice a second).
 
+#include "BenchSupportSite.h"
 #include "QKHelpDesk.h"
 #include "QKHelpDeskProgressPanel.h"
 
@@ -25,20 +26,6 @@ namespace {
 
 constexpr qint64 blobSize = 200 * 1024 * 1024;
 QString g_blobURL;
-
-/** The support site on a free loopback port; empty URL when it did not start. */
-QString startSite(QProcess &site, const QString &statePath)
-{
-    site.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    site.start(
-        QStringLiteral(QK_SUPPORT_SITE_EXECUTABLE),
-        {"--port", "0", "--data", QStringLiteral(QK_SUPPORT_SITE_DATA), "--state", statePath});
-    if (!site.waitForStarted(15000) || !site.waitForReadyRead(15000))
-        return QString();
-    const QByteArray line = site.readLine().trimmed();
-    const QByteArray prefix = "Listening on ";
-    return line.startsWith(prefix) ? QString::fromUtf8(line.mid(prefix.size())) : QString();
-}
 
 /** curl's own figure for the same download, in bytes per second; 0 when curl failed. */
 double curlBytesPerSecond()
@@ -111,7 +98,7 @@ int main(int argc, char **argv)
     QKAlert::setAnswerer([](const QKAlertRequest &) { return 1; });
 
     QProcess site;
-    const QString baseURL = startSite(site, home.filePath("state.sqlite"));
+    const QString baseURL = startSupportSite(site, home.filePath("state.sqlite"));
     if (baseURL.isEmpty()) {
         std::fprintf(stderr, "The support site did not start.\n");
         return 1;

@@ -8,6 +8,7 @@
 // ready archive, does not spend. curl is told not to announce the body with "Expect:
 // 100-continue": the site does not answer that, and curl would wait a second for it.
 
+#include "BenchSupportSite.h"
 #include "HSForms.h"
 #include "HSResults.h"
 #include "QKHelpDeskExchange.h"
@@ -194,19 +195,6 @@ void BM_SupportUpload(benchmark::State &state)
 }
 BENCHMARK(BM_SupportUpload)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-QString startSite(QProcess &site, const QString &statePath)
-{
-    site.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    site.start(
-        QStringLiteral(QK_SUPPORT_SITE_EXECUTABLE),
-        {"--port", "0", "--data", QStringLiteral(QK_SUPPORT_SITE_DATA), "--state", statePath});
-    if (!site.waitForStarted(15000) || !site.waitForReadyRead(15000))
-        return QString();
-    const QByteArray line = site.readLine().trimmed();
-    const QByteArray prefix = "Listening on ";
-    return line.startsWith(prefix) ? QString::fromUtf8(line.mid(prefix.size())) : QString();
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -223,7 +211,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     g_setup.executable = QCoreApplication::applicationFilePath();
     QProcess site;
-    g_setup.siteURL = startSite(site, work.filePath("state.sqlite"));
+    g_setup.siteURL = startSupportSite(site, work.filePath("state.sqlite"));
     if (g_setup.siteURL.isEmpty() || !prepare(work.path())) {
         std::fprintf(stderr, "The support site did not start, or the upload was not prepared.\n");
         return 1;
