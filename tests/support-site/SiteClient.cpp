@@ -34,15 +34,6 @@ MultipartBody &MultipartBody::field(const QString &name, const QString &value)
     return *this;
 }
 
-MultipartBody &MultipartBody::file(const QString &name, const QString &fileName,
-                                   const QByteArray &type, const QByteArray &bytes)
-{
-    m_parts += "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + name.toUtf8() +
-               "\"; filename=\"" + fileName.toUtf8() + "\"\r\nContent-Type: " + type + "\r\n\r\n" +
-               bytes + "\r\n";
-    return *this;
-}
-
 SiteResponse SiteClient::get(const QString &url)
 {
     QNetworkAccessManager manager;

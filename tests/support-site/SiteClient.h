@@ -33,9 +33,6 @@ public:
 
     /** Adds a text field (UTF-8). */
     MultipartBody &field(const QString &name, const QString &value);
-    /** Adds a file part with its own Content-Type. */
-    MultipartBody &file(const QString &name, const QString &fileName, const QByteArray &type,
-                        const QByteArray &bytes);
 
     QByteArray contentType() const { return "multipart/form-data; boundary=" + boundary; }
     /** The body with its close delimiter. */
