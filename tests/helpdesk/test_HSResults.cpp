@@ -1,9 +1,5 @@
 #include "HSResults.h"
 #include "HelpDeskTestSupport.h"
-#include "QKSupportSiteProcess.h"
-
-#include <QKMultipartRequest.h>
-#include <QKSynchronousRequest.h>
 
 #include <gtest/gtest.h>
 
@@ -24,13 +20,6 @@ const QByteArray requestList = R"(<?xml version="1.0" encoding="UTF-8"?>
   <request><xRequest>10003</xRequest><fOpen>1</fOpen></request>
   <request><xRequest>10002</xRequest><fOpen>1</fOpen></request>
 </results>)";
-
-QByteArray apiReply(const QKSupportSiteProcess &site, const QVariantMap &form)
-{
-    return QKSynchronousRequest::post(
-               QKMultipartRequest::requestWithURL(QUrl(site.helpDeskAPIURL()), form))
-        .data;
-}
 
 } // namespace
 
@@ -85,24 +74,4 @@ TEST(HSResults, repliesThatAreNotXMLAreNullAndAnswerNothing)
                               true);
     EXPECT_FALSE(truncated.isNull());
     EXPECT_EQ(truncated.requestIDs(true), QStringList({"10001", "10002"}));
-}
-
-TEST(HSResults, readsTheSupportSiteCategoriesAndRequests)
-{
-    QKSupportSiteProcess site;
-    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
-
-    const HSResults categories(apiReply(site, {{"action", "categories"}}), true);
-    const QVariantList list = categories.results().toList();
-    ASSERT_EQ(list.size(), 8);
-    EXPECT_EQ(list[3].toMap().value("sCategory").toString(), "Legacy 2.x Support");
-    EXPECT_EQ(list[3].toMap().value("fDeleted").toString(), "1");
-    EXPECT_EQ(list[5].toMap().value("fAllowPublicSubmit").toString(), "0");
-
-    const HSResults requests(
-        apiReply(site, {{"action", "list"}, {"sEmail", "alex.martin@example.com"}, {"fTrash", 0}}),
-        true);
-    EXPECT_EQ(requests.requestIDs(true).size(), 3);
-    ASSERT_EQ(requests.requestIDs(false).size(), 1);
-    EXPECT_TRUE(requests.requestIsOpenForID(requests.requestIDs(false).constFirst()));
 }

@@ -13,9 +13,7 @@
 #include <QKWorkspace.h>
 
 #include <QAction>
-#include <QCheckBox>
 #include <QMenu>
-#include <QPlainTextEdit>
 #include <QSignalSpy>
 #include <QUrl>
 
@@ -280,20 +278,4 @@ TEST_F(QKHelpDeskWindowTest, toolbarCustomisationIsSavedAndComesBack)
     const std::unique_ptr<QMenu> reset(toolbar->createCustomizationMenu(nullptr));
     menuItem(reset.get(), "Use Default Set")->trigger();
     EXPECT_EQ(toolbar->itemIdentifiers(), helpDesk->toolbarDefaultItemIdentifiers(toolbar));
-}
-
-TEST_F(QKHelpDeskWindowTest, applicationErrorsOpenTheSupportPaneWithTheReport)
-{
-    helpDesk = startHelpDesk();
-    QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
-    QKHelpDesk::applicationErrorWithReason("*** -[NSArray objectAtIndex:]: index 3 beyond bounds",
-                                           "0 main\n1 start");
-    EXPECT_TRUE(helpDesk->window()->isVisible());
-    EXPECT_EQ(helpDesk->currentView(), helpDesk->supportView());
-    EXPECT_EQ(helpDesk->supportView()->findChild<QPlainTextEdit *>("bodyText")->toPlainText(),
-              "I had an application error!\n\n*** -[NSArray objectAtIndex:]: index 3 beyond "
-              "bounds\n\n0 main\n1 start");
-    EXPECT_FALSE(
-        helpDesk->supportView()->findChild<QCheckBox *>("submitCrashLog1Button")->isChecked());
-    ASSERT_TRUE(casts.wait(30000));
 }

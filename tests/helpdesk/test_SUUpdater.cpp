@@ -39,12 +39,6 @@ bool copyTree(const QString &from, const QString &to)
     return true;
 }
 
-bool writeFile(const QString &path, const QByteArray &contents)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
-}
-
 /** The sample data with a release 2.6 (build 2600) of the test host on top. */
 QString dataWithNewerRelease(const QTemporaryDir &folder)
 {
@@ -65,10 +59,11 @@ QString dataWithNewerRelease(const QTemporaryDir &folder)
                               {"notes", "notes/2.6.html"},
                               {"file", "TestHost-2.6.tar.gz"}});
     appcast.insert("items", items);
-    const bool written = writeFile(title + "/appcast.json", QJsonDocument(appcast).toJson()) &&
-                         writeFile(title + "/notes/2.6.html",
-                                   "<ul><li>Plug-in scanning is twice as fast.</li></ul>") &&
-                         writeFile(title + "/downloads/TestHost-2.6.tar.gz", updateArchive);
+    const bool written =
+        QKTestEnvironment::writeAll(title + "/appcast.json", QJsonDocument(appcast).toJson()) &&
+        QKTestEnvironment::writeAll(title + "/notes/2.6.html",
+                                    "<ul><li>Plug-in scanning is twice as fast.</li></ul>") &&
+        QKTestEnvironment::writeAll(title + "/downloads/TestHost-2.6.tar.gz", updateArchive);
     return written ? data : QString();
 }
 
@@ -89,24 +84,6 @@ void pointAtFeed(const QString &url)
 }
 
 } // namespace
-
-TEST(SUUpdater, aCheckTheUserAskedForReportsUpToDateAndRecordsTheTime)
-{
-    QKSupportSiteProcess site;
-    ASSERT_TRUE(site.isRunning());
-    pointAtFeed(site.baseURL() + "/appcast.php?titleCode=tsth&titleVersion=2&testing=1");
-    SUUpdater updater;
-    const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-    EXPECT_EQ(check(&updater, true), QList<QVariant>({true, false}));
-    const QList<QKAlertRequest> alerts = QKAlert::shownAlerts();
-    ASSERT_EQ(alerts.size(), 1);
-    EXPECT_EQ(alerts[0].message, "Test Host is up to date");
-    EXPECT_EQ(alerts[0].informativeText, "Test Host 2.5b1 is the newest version available.");
-    const QDateTime last =
-        QKUserDefaults::standardUserDefaults()->objectForKey(SULastCheckTimeKey).toDateTime();
-    EXPECT_GE(last, before);
-    EXPECT_FALSE(updater.isChecking());
-}
 
 TEST(SUUpdater, aNewerReleaseIsOfferedWithItsNotesAndDownloadedIntoTheDownloadFolder)
 {
@@ -188,7 +165,7 @@ TEST(SUUpdater, unreadableFeedsRecordNoCheckAndAreReportedOnlyWhenAsked)
     EXPECT_TRUE(logText().contains("RSS")) << "the feed reader logs why";
 }
 
-TEST(SUUpdater, startupCheckFollowsTheSettings)
+TEST(SUUpdater, startupCheckFollowsTheSettingsAndOnlyAnAskedCheckAnnouncesUpToDate)
 {
     QKSupportSiteProcess site;
     ASSERT_TRUE(site.isRunning());
@@ -207,11 +184,21 @@ TEST(SUUpdater, startupCheckFollowsTheSettings)
     updater.startupCheck();
     EXPECT_TRUE(updater.isChecking());
     EXPECT_EQ(updater.scheduledCheckInterval(), 86400.0);
+    const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
     ASSERT_TRUE(finished.wait(30000));
     // The release feed's newest build (2400) is older than this one (2501).
     EXPECT_EQ(finished.constFirst(), QList<QVariant>({true, false}));
-    EXPECT_TRUE(QKAlert::shownAlerts().isEmpty());
-    EXPECT_TRUE(defaults->hasKey(SULastCheckTimeKey));
+    EXPECT_TRUE(QKAlert::shownAlerts().isEmpty()) << "an up-to-date background check is silent";
+    EXPECT_GE(defaults->objectForKey(SULastCheckTimeKey).toDateTime(), before);
+    EXPECT_FALSE(updater.isChecking());
+
+    // Asked for, the same result is announced.
+    pointAtFeed(site.baseURL() + "/appcast.php?titleCode=tsth&titleVersion=2&testing=1");
+    EXPECT_EQ(check(&updater, true), QList<QVariant>({true, false}));
+    ASSERT_EQ(QKAlert::shownAlerts().size(), 1);
+    EXPECT_EQ(QKAlert::shownAlerts()[0].message, "Test Host is up to date");
+    EXPECT_EQ(QKAlert::shownAlerts()[0].informativeText,
+              "Test Host 2.5b1 is the newest version available.");
 
     updater.scheduleCheckWithInterval(0);
     EXPECT_EQ(updater.scheduledCheckInterval(), 0.0);
