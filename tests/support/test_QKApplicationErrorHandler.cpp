@@ -9,6 +9,7 @@
 #include <QKApplication.h>
 #include <QKException.h>
 
+#include <QCheckBox>
 #include <QDir>
 #include <QPlainTextEdit>
 #include <QSignalSpy>
@@ -102,6 +103,7 @@ TEST(QKApplicationErrorHandler, answeringYesOpensTheSupportPaneWithTheError)
     EXPECT_FALSE(trace.isEmpty());
     EXPECT_EQ(paneWidget<QPlainTextEdit>(desk->supportView(), "bodyText")->toPlainText(),
               "I had an application error!\n\nThe receiver broke\n\n" + trace);
+    EXPECT_FALSE(paneWidget<QCheckBox>(desk->supportView(), "submitCrashLog1Button")->isChecked());
 }
 
 TEST(QKApplicationErrorHandler, accessibilityExceptionsAreNeitherLoggedNorOffered)

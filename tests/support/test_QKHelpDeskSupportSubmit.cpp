@@ -59,16 +59,6 @@ TEST(HSForms, numberFieldsAreDecimalAndFlagsOnlyWhenSet)
         EXPECT_EQ(form.value("Custom4"), QStringLiteral("1")) << preRelease;
         EXPECT_FALSE(form.contains("fUrgent"));
     }
-    EXPECT_EQ(HSForms::list("a@b.c"),
-              QVariantMap({{"action", "list"}, {"sEmail", "a@b.c"}, {"fTrash", "0"}}));
-    EXPECT_EQ(HSForms::update("10002", "thanks"),
-              QVariantMap({{"action", "update"}, {"xRequest", "10002"}, {"tBody", "thanks"}}));
-    EXPECT_EQ(HSForms::addDocument("40001", "crash_log", "UEsD"),
-              QVariantMap({{"action", "add_document"},
-                           {"xRequestHistory", "40001"},
-                           {"name", "crash_log"},
-                           {"mimetype", "application/zip"},
-                           {"body", QByteArray("UEsD")}}));
 }
 
 TEST_F(SupportPane, validationAsksForTheCategoryBeforeTheMessage)
