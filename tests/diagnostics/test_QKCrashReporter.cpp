@@ -5,6 +5,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 
@@ -130,39 +131,50 @@ TEST(QKCrashReporter, stackOverflowIsCaughtOnTheAlternateStack)
     EXPECT_GE(log.backtrace.count(log.backtrace.last()), 100);
 }
 
-TEST(QKCrashReporter, hostHandlerInstalledBeforeGetsTheFaultWithItsDetails)
+TEST(QKCrashReporter, hostHandlersInstalledBeforeRunWithTheFaultDetails)
 {
+    const struct
+    {
+        const char *mode;
+        QProcess::ExitStatus status;
+        int code; // the host's segmentation handler ends the process its own way
+        QByteArray marker, header;
+    } cases[] = {
+        {"chain-segv", QProcess::NormalExit, 77, "signal 11 address 0x40\n",
+         "\nFault address:   0x0000000000000040\n"},
+        {"chain-abort", QProcess::CrashExit, SIGABRT, "abort handler ran\n", "(SIGABRT)"},
+    };
     const QString marker = QKTestEnvironment::homeFile(QStringLiteral("host-handler"));
-    const ChildRun run = runCrashChild(QStringLiteral("chain-segv"), marker);
-    // The host's handler ends the process its own way.
-    EXPECT_EQ(run.exitStatus, QProcess::NormalExit) << run.output.toStdString();
-    EXPECT_EQ(run.exitCode, 77);
-    EXPECT_EQ(QKTestEnvironment::readAll(marker), QByteArray("signal 11 address 0x40\n"));
-
-    const CrashLog log = onlyCrashLog();
-    EXPECT_TRUE(log.header.contains("\nFault address:   0x0000000000000040\n"))
-        << log.header.toStdString();
-}
-
-TEST(QKCrashReporter, hostAbortHandlerRunsOnceAndTheProcessStillAborts)
-{
-    const QString marker = QKTestEnvironment::homeFile(QStringLiteral("host-handler"));
-    const ChildRun run = runCrashChild(QStringLiteral("chain-abort"), marker);
-    EXPECT_EQ(run.exitStatus, QProcess::CrashExit) << run.output.toStdString();
-    EXPECT_EQ(run.exitCode, SIGABRT);
-    EXPECT_EQ(QKTestEnvironment::readAll(marker), QByteArray("abort handler ran\n"));
-    EXPECT_TRUE(onlyCrashLog().header.contains("(SIGABRT)"));
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.mode);
+        QFile::remove(marker);
+        QDir(crashFolder()).removeRecursively();
+        const ChildRun run = runCrashChild(QString::fromLatin1(c.mode), marker);
+        EXPECT_EQ(run.exitStatus, c.status) << run.output.toStdString();
+        EXPECT_EQ(run.exitCode, c.code);
+        EXPECT_EQ(QKTestEnvironment::readAll(marker), c.marker) << "the host handler runs once";
+        EXPECT_TRUE(onlyCrashLog().header.contains(c.header));
+    }
 }
 
 TEST(QKCrashReporter, installPreparesTheFolderButWritesNothingUntilACrash)
 {
+    // Neither the user's folder nor the system folder exists here.
     ASSERT_FALSE(QFileInfo::exists(crashFolder()));
+    ASSERT_FALSE(QFileInfo::exists(QStringLiteral("/Library/Logs/CrashReporter")));
+    EXPECT_TRUE(QKCrashReporter::crashLogPaths(HostName).isEmpty());
+
     EXPECT_TRUE(QKCrashReporter::install());
     EXPECT_TRUE(QKCrashReporter::install());
     EXPECT_EQ(QKCrashReporter::crashReporterFolder(), crashFolder());
     EXPECT_TRUE(QFileInfo(crashFolder()).isDir());
     EXPECT_TRUE(
         QDir(crashFolder()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
+
+    // A file where the folder should be is no folder to list.
+    ASSERT_TRUE(QDir(crashFolder()).removeRecursively());
+    ASSERT_TRUE(QKTestEnvironment::writeAll(crashFolder(), "not a folder"));
+    EXPECT_TRUE(QKCrashReporter::crashLogPaths(HostName).isEmpty());
 }
 
 TEST(QKCrashReporter, crashLogPathsTakeEveryEntryThatBeginsWithTheName)
@@ -183,16 +195,4 @@ TEST(QKCrashReporter, crashLogPathsTakeEveryEntryThatBeginsWithTheName)
                            folder.filePath(QStringLiteral("Foo_2026-11-20-101010.crash"))}));
     EXPECT_EQ(QKCrashReporter::crashLogPaths(QStringLiteral("Foo Pro")).size(), 1);
     EXPECT_TRUE(QKCrashReporter::crashLogPaths(QStringLiteral("Baz")).isEmpty());
-}
-
-TEST(QKCrashReporter, crashLogPathsWithoutFoldersAreEmpty)
-{
-    // Neither the user's folder nor the system folder exists here.
-    ASSERT_FALSE(QFileInfo::exists(crashFolder()));
-    ASSERT_FALSE(QFileInfo::exists(QStringLiteral("/Library/Logs/CrashReporter")));
-    EXPECT_TRUE(QKCrashReporter::crashLogPaths(HostName).isEmpty());
-
-    // A file where the folder should be is no folder to list.
-    ASSERT_TRUE(QKTestEnvironment::writeAll(crashFolder(), "not a folder"));
-    EXPECT_TRUE(QKCrashReporter::crashLogPaths(HostName).isEmpty());
 }
