@@ -6,14 +6,8 @@
 #include <QKAlert.h>
 #include <QKUserDefaults.h>
 
-#include <QDir>
-#include <QDirIterator>
-#include <QTemporaryDir>
-
 #include <cstdlib>
 #include <ctime>
-#include <memory>
-#include <vector>
 
 namespace {
 
@@ -24,8 +18,6 @@ const bool newYorkTime = [] {
     return true;
 }();
 
-std::vector<std::unique_ptr<QTemporaryDir>> s_dataCopies;
-
 } // namespace
 
 namespace PanesTest {
@@ -33,22 +25,6 @@ namespace PanesTest {
 QDateTime utc(QDate day, QTime time)
 {
     return QDateTime(day, time, Qt::UTC);
-}
-
-QString sampleDataWith(const QHash<QString, QByteArray> &files)
-{
-    const QDir source(QStringLiteral(QK_SUPPORT_SITE_DATA));
-    auto copy = std::make_unique<QTemporaryDir>();
-    QDirIterator it(source.path(), QDir::Files, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        QKTestEnvironment::writeAll(copy->filePath(source.relativeFilePath(path)),
-                                    QKTestEnvironment::readAll(path));
-    }
-    for (auto file = files.cbegin(); file != files.cend(); ++file)
-        QKTestEnvironment::writeAll(copy->filePath(file.key()), file.value());
-    s_dataCopies.push_back(std::move(copy));
-    return s_dataCopies.back()->path();
 }
 
 void answerAlerts(const QHash<QString, int> &answers)

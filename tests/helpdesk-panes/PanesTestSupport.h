@@ -18,9 +18,7 @@ namespace PanesTest {
 /** @p day at @p time in UTC. */
 QDateTime utc(QDate day, QTime time);
 
-/** A copy of the support site's sample data with @p files (paths relative to the data
- *  folder) replaced or added; it lasts as long as the test process. */
-QString sampleDataWith(const QHash<QString, QByteArray> &files);
+using HelpDeskTest::sampleDataWith;
 
 /** Answers every alert whose message is @p message with @p button, others with the first
  *  button; forgets the alerts shown so far. */

@@ -7,11 +7,15 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QHttpServer>
 #include <QHttpServerResponder>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
+
+#include <vector>
 
 namespace HelpDeskTest {
 
@@ -32,6 +36,23 @@ QString logText()
 QString downloadFolder()
 {
     return QKTestEnvironment::homePath() + QStringLiteral("/Downloads");
+}
+
+QString sampleDataWith(const QHash<QString, QByteArray> &files)
+{
+    static std::vector<std::unique_ptr<QTemporaryDir>> copies;
+    const QDir source(QStringLiteral(QK_SUPPORT_SITE_DATA));
+    auto copy = std::make_unique<QTemporaryDir>();
+    QDirIterator it(source.path(), QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QKTestEnvironment::writeAll(copy->filePath(source.relativeFilePath(path)),
+                                    QKTestEnvironment::readAll(path));
+    }
+    for (auto file = files.cbegin(); file != files.cend(); ++file)
+        QKTestEnvironment::writeAll(copy->filePath(file.key()), file.value());
+    copies.push_back(std::move(copy));
+    return copies.back()->path();
 }
 
 QStringList filesIn(const QString &folder)

@@ -29,6 +29,10 @@ QString downloadFolder();
 /** The names in @p folder, hidden ones included; empty when it is not a folder. */
 QStringList filesIn(const QString &folder);
 
+/** A copy of the support site's sample data with @p files (paths relative to the data
+ *  folder) replaced or added; it lasts as long as the test process. */
+QString sampleDataWith(const QHash<QString, QByteArray> &files);
+
 /** Opens the help desk window and waits until its casts have arrived. */
 bool openWindowAndWaitForCasts(QKHelpDesk *helpDesk);
 

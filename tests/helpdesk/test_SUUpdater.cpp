@@ -10,13 +10,11 @@
 #include <QKWorkspace.h>
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QUrl>
 
 #include <gtest/gtest.h>
@@ -27,30 +25,14 @@ namespace {
 
 const QByteArray updateArchive = "Test Host 2.6 update archive";
 
-bool copyTree(const QString &from, const QString &to)
-{
-    QDirIterator files(from, QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext()) {
-        const QString source = files.next();
-        const QString target = to + source.mid(from.size());
-        if (!QDir().mkpath(QFileInfo(target).path()) || !QFile::copy(source, target))
-            return false;
-    }
-    return true;
-}
-
 /** The sample data with a release 2.6 (build 2600) of the test host on top. */
-QString dataWithNewerRelease(const QTemporaryDir &folder)
+QString dataWithNewerRelease()
 {
-    const QString data = folder.filePath("sample-data");
-    const QString title = data + "/titles/tsth/2";
-    if (!copyTree(QStringLiteral(QK_SUPPORT_SITE_DATA), data))
-        return QString();
-    QFile appcastFile(title + "/appcast.json");
-    if (!appcastFile.open(QIODevice::ReadOnly))
-        return QString();
-    QJsonObject appcast = QJsonDocument::fromJson(appcastFile.readAll()).object();
-    appcastFile.close();
+    const QString title = QStringLiteral("titles/tsth/2/");
+    QJsonObject appcast = QJsonDocument::fromJson(
+                              QKTestEnvironment::readAll(QStringLiteral(QK_SUPPORT_SITE_DATA "/") +
+                                                         title + "appcast.json"))
+                              .object();
     QJsonArray items = appcast.value("items").toArray();
     items.prepend(QJsonObject{{"title", "Test Host 2.6"},
                               {"version", "2600"},
@@ -59,12 +41,10 @@ QString dataWithNewerRelease(const QTemporaryDir &folder)
                               {"notes", "notes/2.6.html"},
                               {"file", "TestHost-2.6.tar.gz"}});
     appcast.insert("items", items);
-    const bool written =
-        QKTestEnvironment::writeAll(title + "/appcast.json", QJsonDocument(appcast).toJson()) &&
-        QKTestEnvironment::writeAll(title + "/notes/2.6.html",
-                                    "<ul><li>Plug-in scanning is twice as fast.</li></ul>") &&
-        QKTestEnvironment::writeAll(title + "/downloads/TestHost-2.6.tar.gz", updateArchive);
-    return written ? data : QString();
+    return sampleDataWith(
+        {{title + "appcast.json", QJsonDocument(appcast).toJson()},
+         {title + "notes/2.6.html", "<ul><li>Plug-in scanning is twice as fast.</li></ul>"},
+         {title + "downloads/TestHost-2.6.tar.gz", updateArchive}});
 }
 
 /** Runs a check and waits for its end; returns the checkFinished arguments. */
@@ -87,9 +67,7 @@ void pointAtFeed(const QString &url)
 
 TEST(SUUpdater, aNewerReleaseIsOfferedWithItsNotesAndDownloadedIntoTheDownloadFolder)
 {
-    QTemporaryDir folder;
-    const QString data = dataWithNewerRelease(folder);
-    ASSERT_FALSE(data.isEmpty());
+    const QString data = dataWithNewerRelease();
     QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Export, data);
     ASSERT_TRUE(site.isRunning());
     ASSERT_TRUE(QDir().mkpath(downloadFolder()));
@@ -118,9 +96,7 @@ TEST(SUUpdater, aNewerReleaseIsOfferedWithItsNotesAndDownloadedIntoTheDownloadFo
 
 TEST(SUUpdater, aSkippedVersionIsOfferedOnlyWhenTheUserAsks)
 {
-    QTemporaryDir folder;
-    const QString data = dataWithNewerRelease(folder);
-    ASSERT_FALSE(data.isEmpty());
+    const QString data = dataWithNewerRelease();
     QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep, data);
     ASSERT_TRUE(site.isRunning());
     pointAtFeed(site.baseURL() + "/appcasts/tsth/2/index.xml");
