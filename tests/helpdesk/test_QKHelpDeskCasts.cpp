@@ -77,6 +77,7 @@ TEST(QKHelpDeskCasts, castsArriveOnTheMainThreadAfterTheCategoryMenu)
     ASSERT_EQ(appCast.size(), 3);
     EXPECT_EQ(appCast[0].title(), "Test Host 2.5b1");
     EXPECT_EQ(appCast[0].versionString(), "2501");
+    EXPECT_EQ(appCast[0].displayVersionString(), "2.5b1");
     EXPECT_EQ(appCast[0].fileURL().toString(),
               site.baseURL() + "/downloads/tsth/2/TestHost-2.5b1.tar.gz");
     EXPECT_EQ(appCast[0].date(), QDateTime(QDate(2024, 4, 9), QTime(12, 0), Qt::UTC));
