@@ -1,4 +1,5 @@
 #include "PanesTestSupport.h"
+#include "QKClock.h"
 #include "QKHelpDeskDates.h"
 #include "QKHelpDeskDocumentation.h"
 #include "QKHelpDeskSoftwareUpdate.h"
@@ -89,8 +90,8 @@ TEST(QKHelpDeskDates, storedDatesFallBackWhenMissingOrUnreadable)
     EXPECT_TRUE(HelpDeskTest::logText().contains(
         "the stored date \"last Tuesday\" of \"Last Tutorial Check\" is not a date"));
 
-    QKHelpDeskDates::setClock([] { return utc({2030, 1, 2}, {3, 4}); });
-    EXPECT_EQ(QKHelpDeskDates::now(), utc({2030, 1, 2}, {3, 4}));
-    QKHelpDeskDates::setClock({});
-    EXPECT_LT(qAbs(QKHelpDeskDates::now().secsTo(QDateTime::currentDateTime())), 60);
+    QKClock::setClock([] { return utc({2030, 1, 2}, {3, 4}); });
+    EXPECT_EQ(QKClock::now(), utc({2030, 1, 2}, {3, 4}));
+    QKClock::setClock({});
+    EXPECT_LT(qAbs(QKClock::now().secsTo(QDateTime::currentDateTime())), 60);
 }

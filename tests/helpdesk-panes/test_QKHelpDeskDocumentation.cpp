@@ -1,4 +1,5 @@
 #include "PanesTestSupport.h"
+#include "QKClock.h"
 #include "QKHelpDeskDates.h"
 #include "QKHelpDeskDocumentation.h"
 #include "QKSupportSite.h"
@@ -124,7 +125,7 @@ TEST(QKHelpDeskDocumentation, downloadUsesTheDoubleSlashAddressAndCountsEvenWhen
         {1, utc({2024, 12, 24}, {23, 0}), false, "2024-12-24 18:00:00 -0500"},
     };
     for (const Case &c : cases) {
-        QKHelpDeskDates::setClock([&c] { return c.now; });
+        QKClock::setClock([&c] { return c.now; });
         popup->setCurrentIndex(c.popupIndex);
         QSignalSpy ended(helpDesk, &QKHelpDesk::downloadEnded);
         pane->findChild<QPushButton *>("downloadButton")->click();
@@ -132,7 +133,7 @@ TEST(QKHelpDeskDocumentation, downloadUsesTheDoubleSlashAddressAndCountsEvenWhen
         ASSERT_TRUE(HelpDeskTest::waitUntil([&] { return !ended.isEmpty(); }));
         EXPECT_EQ(ended.at(0).at(0).toBool(), c.completed);
     }
-    QKHelpDeskDates::setClock({});
+    QKClock::setClock({});
     EXPECT_EQ(HelpDeskTest::filesIn(HelpDeskTest::downloadFolder()),
               QStringList{"TestHost_2.x_Manual.pdf"});
     EXPECT_EQ(

@@ -1,4 +1,5 @@
 #include "PanesTestSupport.h"
+#include "QKClock.h"
 #include "QKHelpDeskDates.h"
 #include "QKHelpDeskSoftwareUpdate.h"
 #include "SUConstants.h"
@@ -50,7 +51,7 @@ TEST(QKHelpDeskSoftwareUpdate, controlsShowTheStoredSettings)
 
 TEST(QKHelpDeskSoftwareUpdate, changesRescheduleTheUpdaterAndCheckNowShowsTheClick)
 {
-    QKHelpDeskDates::setClock([] { return utc({2024, 7, 4}, {20, 30, 59}); });
+    QKClock::setClock([] { return utc({2024, 7, 4}, {20, 30, 59}); });
     QKHelpDesk *helpDesk = openWithoutSite("Software Update");
     ASSERT_NE(helpDesk, nullptr);
     auto *pane = paneOf<QKHelpDeskSoftwareUpdate>(helpDesk);
@@ -93,5 +94,5 @@ TEST(QKHelpDeskSoftwareUpdate, changesRescheduleTheUpdaterAndCheckNowShowsTheCli
     ASSERT_TRUE(checked.wait(30000));
     EXPECT_FALSE(checked.at(0).at(0).toBool());
     EXPECT_EQ(lastCheck->text(), "7/4/24 4:30 PM");
-    QKHelpDeskDates::setClock({});
+    QKClock::setClock({});
 }

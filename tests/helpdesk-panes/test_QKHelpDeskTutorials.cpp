@@ -1,4 +1,5 @@
 #include "PanesTestSupport.h"
+#include "QKClock.h"
 #include "QKHelpDeskDates.h"
 #include "QKHelpDeskTutorials.h"
 #include "QKHelpDeskTutorialsModel.h"
@@ -39,7 +40,7 @@ class QKHelpDeskTutorialsTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        QKHelpDeskDates::setClock([] { return Now; });
+        QKClock::setClock([] { return Now; });
         QKWorkspace::setOpener([this](const QUrl &url) {
             opened << url.toString();
             return true;
@@ -47,7 +48,7 @@ protected:
     }
     void TearDown() override
     {
-        QKHelpDeskDates::setClock({});
+        QKClock::setClock({});
         QKWorkspace::setOpener({});
     }
     void open()

@@ -1,4 +1,5 @@
 #include "PanelTestSupport.h"
+#include "QKClock.h"
 #include "QKTestEnvironment.h"
 
 #include <QKAboutPanel.h>
@@ -38,7 +39,7 @@ protected:
         ASSERT_TRUE(QFile::copy(QKTestEnvironment::sourcePath(u"panels/data/legal.pdf"_s),
                                 path("legal.pdf")));
         QKAboutPanel::setBundle(&m_bundle);
-        QKAboutPanel::setClock([] { return g_now; });
+        QKClock::setClock([] { return g_now; });
         QKAboutPanel::setFadeDuration(0);
         QKWorkspace::setOpener([this](const QUrl &url) {
             m_opened << url;

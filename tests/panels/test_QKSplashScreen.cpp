@@ -1,4 +1,5 @@
 #include "PanelTestSupport.h"
+#include "QKClock.h"
 
 #include <QKApplication.h>
 #include <QKSplashScreen.h>
@@ -63,8 +64,7 @@ TEST(QKSplashScreen, versionAndCopyrightLinesSpellOutTheirParts)
 
 TEST(QKSplashScreen, fieldsComeFromTheHostAndTheClock)
 {
-    QKSplashScreen::setClock(
-        [] { return QDateTime(QDate(2031, 3, 1), QTime(9, 0), QTimeZone::utc()); });
+    QKClock::setClock([] { return QDateTime(QDate(2031, 3, 1), QTime(9, 0), QTimeZone::utc()); });
     const QKSplashScreen *splash = QKSplashScreen::splashScreen();
     EXPECT_EQ(QKSplashScreen::splashScreen(), splash);
     EXPECT_EQ(field(splash, "applicationNameText")->text(), u"Test Host"_s);

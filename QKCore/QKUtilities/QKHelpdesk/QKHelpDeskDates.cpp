@@ -10,8 +10,6 @@
 
 namespace {
 
-QKHelpDeskDates::Clock s_clock;
-
 QString number(int value, int width)
 {
     return QStringLiteral("%1").arg(value, width, 10, QLatin1Char('0'));
@@ -190,16 +188,6 @@ void warn(const QString &message)
 } // namespace
 
 const QString QKHelpDeskDates::DescriptionFormat = QStringLiteral("%Y-%m-%d %H:%M:%S %z");
-
-QDateTime QKHelpDeskDates::now()
-{
-    return s_clock ? s_clock() : QDateTime::currentDateTime();
-}
-
-void QKHelpDeskDates::setClock(Clock clock)
-{
-    s_clock = std::move(clock);
-}
 
 QDateTime QKHelpDeskDates::referenceDate()
 {

@@ -22,16 +22,8 @@
 class QKUTILITIES_EXPORT QKHelpDeskDates
 {
 public:
-    /** Gives the current time; tests install their own. */
-    using Clock = std::function<QDateTime()>;
-
     /** The stored text form of dates, "2009-03-07 16:05:00 -0500". */
     static const QString DescriptionFormat;
-
-    /** The current time from the installed clock, else the system clock. */
-    static QDateTime now();
-    /** Replaces the clock; an empty one restores the system clock. */
-    static void setClock(Clock clock);
 
     /** 1 January 2001 00:00:00 UTC, what a missing last download or check counts as. */
     static QDateTime referenceDate();

@@ -7,6 +7,7 @@
 #include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
+#include <QKClock.h>
 #include <QKUserDefaults.h>
 #include <QKWorkspace.h>
 
@@ -118,8 +119,8 @@ void QKHelpDeskDocumentation::download(QObject *)
         QStringLiteral("%1/manuals/%2/%3/").arg(desk->baseURL(), desk->appCode(), desk->version());
     const QString file = QStringLiteral("%1_%2.x_Manual.%3").arg(name, desk->version(), type);
     // Counted when the download starts, so a failed download still silences the alert.
-    QKUserDefaults::standardUserDefaults()->setObject(
-        QKHelpDeskDates::description(QKHelpDeskDates::now()), LastDownloadKey);
+    QKUserDefaults::standardUserDefaults()->setObject(QKHelpDeskDates::description(QKClock::now()),
+                                                      LastDownloadKey);
     // The folder ends in a slash already; the server expects the double slash.
     desk->downloadFromPath(QStringLiteral("%1/%2/%3").arg(folder, type, file));
 }

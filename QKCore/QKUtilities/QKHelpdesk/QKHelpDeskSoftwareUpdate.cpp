@@ -6,6 +6,7 @@
 #include "SUConstants.h"
 #include "SUUpdater.h"
 
+#include <QKClock.h>
 #include <QKUserDefaults.h>
 
 #include <QDateTime>
@@ -70,5 +71,5 @@ void QKHelpDeskSoftwareUpdate::checkNow(QObject *)
     if (const QKHelpDesk *desk = helpDesk())
         desk->sparkle()->checkForUpdates(this);
     ui->lastCheckText->setText(
-        QKHelpDeskDates::stringWithCalendarFormat(QKHelpDeskDates::now(), LastCheckFormat));
+        QKHelpDeskDates::stringWithCalendarFormat(QKClock::now(), LastCheckFormat));
 }

@@ -7,6 +7,7 @@
 
 #include <QKAlert.h>
 #include <QKApplicationLog.h>
+#include <QKClock.h>
 #include <QKUserDefaults.h>
 #include <QKWorkspace.h>
 
@@ -108,7 +109,7 @@ void QKHelpDeskTutorials::castsDidLoad()
             helpDesk()->_openWindow(title());
     }
     // Stored whatever the answer: "Later" does not bring the alert back on the next run.
-    defaults->setObject(QKHelpDeskDates::description(QKHelpDeskDates::now()), LastCheckKey);
+    defaults->setObject(QKHelpDeskDates::description(QKClock::now()), LastCheckKey);
 
     m_model->setEntries(tutorials);
     ui->table->expandAll();

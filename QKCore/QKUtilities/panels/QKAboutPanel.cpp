@@ -8,6 +8,7 @@
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
 #include <QKBundle.h>
+#include <QKClock.h>
 #include <QKEvents.h>
 #include <QKWorkspace.h>
 
@@ -23,7 +24,6 @@
 namespace {
 
 QPointer<QKAboutPanel> s_sharedPanel;
-QKAboutPanel::Clock s_clock;
 QKBundle *s_bundle = nullptr;
 int s_fadeDuration = 250;
 
@@ -59,11 +59,6 @@ QString extractedResource(const QString &resourcePath)
     return copy;
 }
 
-QDateTime currentDateTime()
-{
-    return s_clock ? s_clock() : QDateTime::currentDateTime();
-}
-
 } // namespace
 
 struct QKAboutPanel::Private
@@ -95,11 +90,6 @@ QString QKAboutPanel::birthdayString(const QDateTime &now)
     const double months = std::modf(years, &whole) * 12;
     return QString::asprintf("Kestrin is %.0f year%s and %.0f months old today!", whole,
                              whole == 1 ? "" : "s", months);
-}
-
-void QKAboutPanel::setClock(Clock clock)
-{
-    s_clock = std::move(clock);
 }
 
 void QKAboutPanel::setBundle(QKBundle *bundle)
@@ -141,7 +131,7 @@ void QKAboutPanel::awakeFromNib()
         bundle()->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion")).toString());
     d->ui.copyrightText->setText(QKSplashScreen::copyrightString(
         bundle()->objectForInfoDictionaryKey(QStringLiteral("NSHumanReadableCopyright")).toString(),
-        currentDateTime().date().year()));
+        QKClock::now().date().year()));
 
     // The title and the document's name are spelled differently, and both on purpose.
     d->ui.legalButton->setText(QStringLiteral("Legal"));
@@ -165,7 +155,7 @@ void QKAboutPanel::open()
         QKEvents::CommandKeyMask | QKEvents::AlternateKeyMask | QKEvents::ShiftKeyMask;
     const bool birthday =
         (QKEvents::modifierFlags(QGuiApplication::keyboardModifiers()) & wanted) == wanted;
-    const QString extra = birthday ? birthdayString(currentDateTime()) : QString();
+    const QString extra = birthday ? birthdayString(QKClock::now()) : QString();
     d->ui.additionalText->setText(extra);
     d->ui.additionalText->setTextInteractionFlags(extra.isEmpty() ? Qt::NoTextInteraction
                                                                   : Qt::TextSelectableByMouse);

@@ -23,9 +23,6 @@ class QKUTILITIES_EXPORT QKAboutPanel : public QObject
 {
     Q_OBJECT
 public:
-    /** Gives the current time: the copyright year and the birthday line come from it. */
-    using Clock = std::function<QDateTime()>;
-
     /** The shared panel, made from "QKAboutPanel.ui" on first use; it lives as long as the
      *  application. */
     static QKAboutPanel *aboutPanel();
@@ -36,8 +33,6 @@ public:
      *  "Kestrin is 1 year and 0 months old today!". */
     static QString birthdayString(const QDateTime &now);
 
-    /** Replaces the clock; an empty one restores the system clock. */
-    static void setClock(Clock clock);
     /** Takes the texts and documents from @p bundle instead of the main bundle (null
      *  restores it); only panels made afterwards see the change. */
     static void setBundle(QKBundle *bundle);

@@ -6,6 +6,7 @@
 
 #include <QKApplication.h>
 #include <QKBundle.h>
+#include <QKClock.h>
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
@@ -15,7 +16,6 @@
 namespace {
 
 QKSplashScreen *s_sharedSplash = nullptr;
-QKSplashScreen::Clock s_clock;
 int s_fadeDuration = 250;
 
 // A host that uses a splash screen gets it around its launch work as soon as this library
@@ -102,16 +102,6 @@ QString QKSplashScreen::copyrightString(const QString &copyright, int year)
     return line;
 }
 
-void QKSplashScreen::setClock(Clock clock)
-{
-    s_clock = std::move(clock);
-}
-
-QDateTime QKSplashScreen::currentDateTime()
-{
-    return s_clock ? s_clock() : QDateTime::currentDateTime();
-}
-
 int QKSplashScreen::fadeDuration()
 {
     return s_fadeDuration;
@@ -147,7 +137,7 @@ void QKSplashScreen::awakeFromNib()
             .toString()));
     d->ui.copyrightText->setText(copyrightString(
         bundle->objectForInfoDictionaryKey(QStringLiteral("NSHumanReadableCopyright")).toString(),
-        currentDateTime().date().year()));
+        QKClock::now().date().year()));
 }
 
 void QKSplashScreen::setActionText(const QString &text)

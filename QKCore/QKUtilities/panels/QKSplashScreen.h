@@ -23,9 +23,6 @@ class QKUTILITIES_EXPORT QKSplashScreen : public QObject
 {
     Q_OBJECT
 public:
-    /** Gives the current time; the copyright line ends at its year. */
-    using Clock = std::function<QDateTime()>;
-
     /** The shared splash screen, created (not shown) on first use. */
     static QKSplashScreen *splashScreen();
     /** Shows @p text as the current action of the shared splash screen when the
@@ -44,10 +41,6 @@ public:
      *  empty line gives "Copyright © <year> Velmora". */
     static QString copyrightString(const QString &copyright, int year);
 
-    /** Replaces the clock; an empty one restores the system clock. */
-    static void setClock(Clock clock);
-    /** The current time of the installed clock. */
-    static QDateTime currentDateTime();
     /** How long the fade-out lasts, in milliseconds; 250 unless set. Zero closes at once. */
     static int fadeDuration();
     static void setFadeDuration(int msecs);
