@@ -92,7 +92,6 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
     connect(m_notes, &QPlainTextEdit::textChanged, this, [this] {
         trace(QStringLiteral("notes %1").arg(m_notes->toPlainText().replace('\n', "\\n")));
     });
-    SoundLabSettings::registerDefaults();
     connect(QKPreferencesPanel::sharedInstance<SoundLabPreferences>(),
             &SoundLabPreferences::settingsChanged, this, &SoundLabWindow::applySettings);
     applySettings();
