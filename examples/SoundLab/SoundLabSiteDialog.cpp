@@ -1,16 +1,13 @@
 #include "SoundLabSiteDialog.h"
 
+#include <HSResults.h>
 #include <QKApplication.h>
 #include <QKBundle.h>
-#include <QKMultipartRequest.h>
-#include <QKPropertyList.h>
+#include <QKHelpDeskCasts.h>
 #include <QKSupportSite.h>
-#include <QKSynchronousRequest.h>
-#include <QKXMLParser.h>
-#include <RSS.h>
+#include <SUAppcastItem.h>
 
 #include <QDialogButtonBox>
-#include <QNetworkRequest>
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
@@ -34,29 +31,22 @@ QString describeFeed(const SiteQuery &query)
     const QUrl url(
         QStringLiteral("%1/appcast.php?titleCode=%2&titleVersion=%3&testing=1&style=appcast")
             .arg(query.baseURL, query.code, query.majorVersion));
-    const RSS feed(url, true, query.userAgent);
-    if (!feed.isValid())
-        return QStringLiteral("Update feed: unavailable (%1)\n").arg(feed.errorString());
-    QString text = QStringLiteral("Update feed: %1 item(s)\n").arg(feed.newsItems().size());
-    for (const QVariant &item : feed.newsItems()) {
-        const QVariantMap entry = item.toMap();
-        const QVariantMap enclosure = entry.value(QStringLiteral("enclosure")).toMap();
+    const QList<SUAppcastItem> items = QKHelpDeskCasts::appcast(url, query.userAgent);
+    QString text = QStringLiteral("Update feed: %1 item(s)\n").arg(items.size());
+    for (const SUAppcastItem &item : items) {
         text += QStringLiteral("  • %1 (build %2), %3\n")
-                    .arg(entry.value(QStringLiteral("title")).toString(),
-                         enclosure.value(QStringLiteral("sparkle:version")).toString(),
-                         entry.value(QStringLiteral("pubDate")).toString());
+                    .arg(item.title(), item.versionString(), item.date().toString(Qt::RFC2822Date));
     }
     return text;
 }
 
 QString describeManual(const SiteQuery &query)
 {
-    const QUrl url(QStringLiteral("%1/manual_version.php?appCode=%2&version=%3")
-                       .arg(query.baseURL, query.code, query.majorVersion));
-    const QKSynchronousRequest::Reply reply = QKSynchronousRequest::get(QNetworkRequest(url));
-    const QVariantMap manual = QKPropertyList::fromData(reply.data).toMap();
-    if (!reply.isSuccess() || manual.isEmpty())
-        return QStringLiteral("Manual: unavailable %1\n").arg(reply.errorString);
+    const QVariantMap manual = QKHelpDeskCasts::documentation(
+        QUrl(QStringLiteral("%1/manual_version.php?appCode=%2&version=%3")
+                 .arg(query.baseURL, query.code, query.majorVersion)));
+    if (manual.isEmpty())
+        return QStringLiteral("Manual: unavailable\n");
     return QStringLiteral("Manual: version %1, published %2\n")
         .arg(manual.value(QStringLiteral("version")).toString(),
              manual.value(QStringLiteral("published")).toString());
@@ -64,16 +54,10 @@ QString describeManual(const SiteQuery &query)
 
 QString describeCategories(const SiteQuery &query)
 {
-    const auto request = QKMultipartRequest::requestWithURL(
-        QUrl(query.apiURL), {{QStringLiteral("action"), QStringLiteral("categories")}});
-    const QKSynchronousRequest::Reply reply = QKSynchronousRequest::post(request);
-    if (!reply.isSuccess() || !reply.data.startsWith("<?xml"))
-        return QStringLiteral("Help desk: unavailable %1\n").arg(reply.errorString);
-    auto parser = QKXMLParser::parser();
-    parser->setDictionaryElements({QStringLiteral("category")});
-    parser->setIgnoredElements({QStringLiteral("results")});
-    parser->setRootClass(QKXMLParser::RootClass::Array);
-    const QVariantList categories = parser->objectForData(reply.data).toList();
+    const std::optional<HSResults> results = QKHelpDeskCasts::categories(QUrl(query.apiURL));
+    const QVariantList categories = results ? results->results().toList() : QVariantList();
+    if (categories.isEmpty())
+        return QStringLiteral("Help desk: unavailable\n");
     QString text = QStringLiteral("Help desk: %1 categor%2\n")
                        .arg(categories.size())
                        .arg(categories.size() == 1 ? QStringLiteral("y") : QStringLiteral("ies"));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HSResults.h"
+#include "QKUtilitiesGlobal.h"
 #include "SUAppcastItem.h"
 
 #include <QList>
@@ -16,7 +17,7 @@ class QUrl;
  * run on the casts thread; none touches a widget. Failures give the empty value and a
  * warning in the application log.
  */
-class QKHelpDeskCasts
+class QKUTILITIES_EXPORT QKHelpDeskCasts
 {
 public:
     /** The items of the appcast at @p feedURL, in feed order. */
