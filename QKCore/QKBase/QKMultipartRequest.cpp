@@ -1,5 +1,6 @@
 #include "QKMultipartRequest.h"
 
+#include <QFile>
 #include <QHttpMultiPart>
 #include <QHttpPart>
 #include <QList>
@@ -9,6 +10,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -17,6 +19,60 @@ struct Field
 {
     QByteArray disposition;
     QByteArray body;
+    QString base64FilePath; // set for a QKBase64EncodedFile value, which has no body
+};
+
+/**
+ * The Base64 text of a file, read at any position. The network code reads a few kilobytes
+ * at a time, so the text is encoded a block ahead and each read is a copy out of it.
+ */
+class Base64FileDevice : public QIODevice
+{
+public:
+    Base64FileDevice(const QString &path, QObject *parent) : QIODevice(parent), m_file(path) {}
+
+    bool open(OpenMode mode) override
+    {
+        if ((mode & WriteOnly) || !m_file.open(QIODevice::ReadOnly))
+            return false;
+        m_textSize = (m_file.size() + 2) / 3 * 4;
+        return QIODevice::open(mode | Unbuffered);
+    }
+    bool isSequential() const override { return false; }
+    qint64 size() const override { return m_textSize; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        const qint64 position = pos();
+        const qint64 wanted = qMin(maxSize, m_textSize - position);
+        if (wanted <= 0)
+            return 0;
+        if (position < m_textStart || position >= m_textStart + m_text.size()) {
+            const qint64 firstGroup = position / 4;
+            if (!m_file.seek(firstGroup * 3))
+                return -1;
+            m_textStart = firstGroup * 4;
+            m_text = m_file.read(BlockSize).toBase64();
+        }
+        const qint64 offset = position - m_textStart;
+        const qint64 available = qMin(wanted, qint64(m_text.size()) - offset);
+        // The file shrank: a short read now would send a body shorter than announced.
+        if (available <= 0)
+            return -1;
+        memcpy(data, m_text.constData() + offset, size_t(available));
+        return available;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    // Whole 3-byte groups, so that consecutive blocks' texts join without padding.
+    static constexpr qint64 BlockSize = 3 * 64 * 1024;
+
+    QFile m_file;
+    qint64 m_textSize = 0;
+    QByteArray m_text; // the text of one block, starting at m_textStart
+    qint64 m_textStart = 0;
 };
 
 // The escaping browsers apply to form-data names, so that a name never ends its quotes
@@ -40,26 +96,34 @@ QByteArray bodyFor(const QVariant &value)
     }
 }
 
+// Dashes, as browsers and curl start theirs: Base64 text never holds one, so a server's
+// skip search through an encoded file moves by the boundary's whole length nearly every step.
 QByteArray randomBoundary()
 {
-    static constexpr char alphabet[] =
-        "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
-    QByteArray boundary = QByteArrayLiteral("QKFormBoundary");
+    static constexpr char hexDigits[] = "0123456789abcdef";
+    QByteArray boundary(28, '-');
     for (int i = 0; i < 24; ++i)
-        boundary += alphabet[QRandomGenerator::global()->bounded(int(sizeof(alphabet) - 1))];
+        boundary += hexDigits[QRandomGenerator::global()->bounded(16)];
     return boundary;
 }
 
+bool clashes(const QByteArray &text, const QByteArray &boundary)
+{
+    // Every boundary holds a dash; text without one (Base64, most values) cannot hold it, and
+    // a search for one byte is far cheaper than a search for the boundary through a large file.
+    return text.contains('-') && text.contains(boundary);
+}
+
 // A value that happens to contain the boundary would cut its part short, so such a
-// boundary is never used.
+// boundary is never used. Base64 text holds no dash, so a file's text cannot hold one.
 QByteArray boundaryFor(const QList<Field> &fields)
 {
     for (;;) {
         const QByteArray candidate = randomBoundary();
-        const bool clashes = std::any_of(fields.cbegin(), fields.cend(), [&](const Field &f) {
-            return f.body.contains(candidate) || f.disposition.contains(candidate);
+        const bool clash = std::any_of(fields.cbegin(), fields.cend(), [&](const Field &f) {
+            return clashes(f.body, candidate) || clashes(f.disposition, candidate);
         });
-        if (!clashes)
+        if (!clash)
             return candidate;
     }
 }
@@ -79,8 +143,12 @@ QKMultipartRequest QKMultipartRequest::requestWithURL(const QUrl &url, const QVa
     Private &d = *result.d;
     d.fields.reserve(form.size());
     for (auto it = form.cbegin(); it != form.cend(); ++it) {
-        d.fields.append(
-            Field{"form-data; name=\"" + escapedName(it.key()) + '"', bodyFor(it.value())});
+        Field field{"form-data; name=\"" + escapedName(it.key()) + '"', {}, {}};
+        if (it.value().metaType() == QMetaType::fromType<QKBase64EncodedFile>())
+            field.base64FilePath = it.value().value<QKBase64EncodedFile>().path();
+        else
+            field.body = bodyFor(it.value());
+        d.fields.append(std::move(field));
     }
     d.boundary = boundaryFor(d.fields);
     d.request.setUrl(url);
@@ -140,15 +208,23 @@ qsizetype QKMultipartRequest::fieldCount() const
 
 QHttpMultiPart *QKMultipartRequest::multiPart(QObject *parent) const
 {
-    auto *multiPart = new QHttpMultiPart(QHttpMultiPart::FormDataType, parent);
+    auto multiPart = std::make_unique<QHttpMultiPart>(QHttpMultiPart::FormDataType);
     multiPart->setBoundary(d->boundary);
     for (const Field &field : std::as_const(d->fields)) {
         QHttpPart part;
         part.setRawHeader("Content-Disposition", field.disposition);
-        part.setBody(field.body);
+        if (field.base64FilePath.isEmpty()) {
+            part.setBody(field.body);
+        } else {
+            auto *device = new Base64FileDevice(field.base64FilePath, multiPart.get());
+            if (!device->open(QIODevice::ReadOnly))
+                return nullptr;
+            part.setBodyDevice(device);
+        }
         multiPart->append(part);
     }
-    return multiPart;
+    multiPart->setParent(parent);
+    return multiPart.release();
 }
 
 QNetworkReply *QKMultipartRequest::post(QNetworkAccessManager *manager) const
@@ -156,6 +232,8 @@ QNetworkReply *QKMultipartRequest::post(QNetworkAccessManager *manager) const
     if (!manager)
         return nullptr;
     QHttpMultiPart *body = multiPart();
+    if (!body)
+        return nullptr;
     QNetworkReply *reply = manager->post(d->request, body);
     body->setParent(reply);
     return reply;

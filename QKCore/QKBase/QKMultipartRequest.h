@@ -15,6 +15,22 @@ class QObject;
 class QUrl;
 
 /**
+ * A form value that is the Base64 text (RFC 4648, unwrapped) of a file's contents. The text
+ * is encoded a piece at a time as the body is sent, so that a large archive is never held
+ * in memory. The file is opened when the request is posted; removing it after that does
+ * not disturb the upload.
+ */
+class QKBASE_EXPORT QKBase64EncodedFile
+{
+public:
+    explicit QKBase64EncodedFile(const QString &path = QString()) : m_path(path) {}
+    QString path() const { return m_path; }
+
+private:
+    QString m_path;
+};
+
+/**
  * An HTTP POST of a multipart/form-data body (RFC 7578) built from a map of form fields,
  * one part per entry, as a browser submits a form without files:
  *
@@ -27,8 +43,9 @@ class QUrl;
  * Keys are sent as UTF-8 with '"', CR and LF escaped as %22, %0D and %0A. Values become
  * text: strings as UTF-8, booleans as "1" or "0", numbers as decimal text, QByteArray
  * values byte for byte. QByteArray values are shared, never copied, so a very large value
- * (a Base64 archive) costs its memory only once however often the form is posted. The
- * boundary is random and chosen so that it occurs in no key and no value.
+ * costs its memory only once however often the form is posted. A QKBase64EncodedFile value
+ * sends the Base64 text of a file, encoded while the body is sent. The boundary is random
+ * and chosen so that it occurs in no key and no value.
  *
  * The object is a small value: copy it freely. Each post() builds a fresh body, so the
  * same request may be posted again.
@@ -60,13 +77,15 @@ public:
     /** The number of parts, one per form field. */
     qsizetype fieldCount() const;
 
-    /** A new multipart body holding every field, owned by @p parent. */
+    /** A new multipart body holding every field, owned by @p parent; null when a file of
+     *  a QKBase64EncodedFile value cannot be opened. */
     QHttpMultiPart *multiPart(QObject *parent = nullptr) const;
 
     /**
      * Starts the POST on @p manager and returns its reply (owned by the manager, as any
      * reply). The body is a child of the reply, so it lives exactly as long as needed.
-     * Returns null when @p manager is null.
+     * Returns null when @p manager is null or the body cannot be built. A file that
+     * shrinks while it is sent ends the reply with an error rather than a short body.
      */
     QNetworkReply *post(QNetworkAccessManager *manager) const;
 

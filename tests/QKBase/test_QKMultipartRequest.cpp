@@ -3,6 +3,7 @@
 #include "QKTestHttpServer.h"
 #include "QKTestSupport.h"
 
+#include <QFile>
 #include <QHttpMultiPart>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -62,7 +63,8 @@ TEST(QKMultipartRequest, everyFieldSurvivesAStandardFormParser)
     QByteArray binary;
     for (int byte = 0; byte < 256; ++byte)
         binary.append(char(byte));
-    const QString trap = u"--\r\n--QKFormBoundary\r\n\r\n--boundary--\r\n-- end"_s;
+    const QString trap =
+        u"--\r\n------------------------------0a1b\r\n\r\n--boundary--\r\n-- end"_s;
     // Each field as sent, and as the parser must give it back.
     const struct
     {
@@ -143,4 +145,59 @@ TEST(QKMultipartRequest, bodyLivesExactlyAsLongAsItsReply)
     EXPECT_TRUE(body.isNull());
 
     EXPECT_EQ(QKMultipartRequest().post(nullptr), nullptr);
+}
+
+TEST(QKMultipartRequest, base64FilesAreEncodedWhileSent)
+{
+    QKTestHttpServer server(okResponse);
+    // Sizes around the 3-byte groups and across many reads of the body.
+    for (const qsizetype size : {0, 1, 2, 3, 16385, 1024 * 1024 + 1}) {
+        QByteArray contents(size, Qt::Uninitialized);
+        for (qsizetype i = 0; i < size; ++i)
+            contents[i] = char((i * 7919) >> 3);
+        const QString path = QKTestEnvironment::homeFile(u"archive.zip"_s);
+        ASSERT_TRUE(QKTestEnvironment::writeAll(path, contents));
+
+        QNetworkAccessManager manager;
+        QNetworkReply *reply =
+            QKMultipartRequest::requestWithURL(
+                server.url(), {{"action", "add_document"},
+                               {"body", QVariant::fromValue(QKBase64EncodedFile(path))}})
+                .post(&manager);
+        ASSERT_NE(reply, nullptr);
+        // The upload has the file open; callers remove their archive right after starting.
+        ASSERT_TRUE(QFile::remove(path));
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        ASSERT_TRUE(finished.wait(20000));
+        EXPECT_EQ(reply->error(), QNetworkReply::NoError) << size;
+        EXPECT_EQ(parseWithPython(server.requests().constLast()),
+                  (QMap<QString, QByteArray>{{u"action"_s, "add_document"},
+                                             {u"body"_s, contents.toBase64()}}))
+            << size;
+    }
+
+    const QString missing = QKTestEnvironment::homeFile(u"missing.zip"_s);
+    QNetworkAccessManager manager;
+    EXPECT_EQ(QKMultipartRequest::requestWithURL(
+                  server.url(), {{"body", QVariant::fromValue(QKBase64EncodedFile(missing))}})
+                  .post(&manager),
+              nullptr);
+}
+
+TEST(QKMultipartRequest, aFileThatShrinksWhileSentFailsTheReply)
+{
+    QKTestHttpServer server(okResponse);
+    const QString path = QKTestEnvironment::homeFile(u"archive.zip"_s);
+    ASSERT_TRUE(QKTestEnvironment::writeAll(path, QByteArray(2 * 1024 * 1024, 'z')));
+    QNetworkAccessManager manager;
+    QNetworkReply *reply =
+        QKMultipartRequest::requestWithURL(
+            server.url(), {{"body", QVariant::fromValue(QKBase64EncodedFile(path))}})
+            .post(&manager);
+    ASSERT_NE(reply, nullptr);
+    ASSERT_TRUE(QFile::resize(path, 1000));
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    ASSERT_TRUE(finished.wait(20000));
+    EXPECT_NE(reply->error(), QNetworkReply::NoError);
+    EXPECT_TRUE(server.requests().isEmpty());
 }

@@ -1,5 +1,7 @@
 #include "HSForms.h"
 
+#include <QKMultipartRequest.h>
+
 #include <algorithm>
 
 namespace {
@@ -40,14 +42,14 @@ QVariantMap HSForms::newRequest(const HSNewRequest &request)
 }
 
 QVariantMap HSForms::addDocument(const QString &requestHistoryID, const QString &name,
-                                 const QByteArray &base64Body)
+                                 const QString &archivePath)
 {
     return {
         {QStringLiteral("action"), QStringLiteral("add_document")},
         {QStringLiteral("xRequestHistory"), requestHistoryID},
         {QStringLiteral("name"), name},
         {QStringLiteral("mimetype"), QStringLiteral("application/zip")},
-        {QStringLiteral("body"), base64Body},
+        {QStringLiteral("body"), QVariant::fromValue(QKBase64EncodedFile(archivePath))},
     };
 }
 

@@ -37,10 +37,11 @@ public:
      * version (one holding a lower-case letter, "2.4.0b2", "2.5rc1"), "tBody".
      */
     static QVariantMap newRequest(const HSNewRequest &request);
-    /** "add_document" of a zip archive: @p base64Body is the archive's Base64 text,
-     *  attached to the history entry @p requestHistoryID under @p name. */
+    /** "add_document" of the zip archive at @p archivePath, attached to the history entry
+     *  @p requestHistoryID under @p name: its "body" is the archive's Base64 text, encoded
+     *  from the file while the form is sent. */
     static QVariantMap addDocument(const QString &requestHistoryID, const QString &name,
-                                   const QByteArray &base64Body);
+                                   const QString &archivePath);
     /** "list": the requests filed under @p email, outside the help desk's trash. */
     static QVariantMap list(const QString &email);
     /** "update": the customer's reply @p body to request @p requestID. */

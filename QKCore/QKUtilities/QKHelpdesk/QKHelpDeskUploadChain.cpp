@@ -25,9 +25,6 @@ using namespace QKHelpDeskSupportLog;
 
 namespace {
 
-// A multiple of 3, so the chunks' Base64 texts join into the text of the whole file.
-constexpr qint64 EncodeChunkSize = 3 * 256 * 1024;
-
 QString applicationName()
 {
     const QKApplication *app = QKApplication::sharedApplication();
@@ -48,41 +45,16 @@ QString archivePath(const QString &name)
     return QDir(temporaryFolder()).filePath(name);
 }
 
-/**
- * The Base64 text of the file at @p path, encoded a chunk at a time so that a large archive
- * is held only once, as text; nullopt when it cannot be read.
- */
-std::optional<QByteArray> base64OfFile(const QString &path)
+// The archive of a stage, made and readable; the upload reads it as it goes.
+bool archiveIsReadable(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    QByteArray encoded;
-    encoded.reserve((file.size() + 2) / 3 * 4);
-    QByteArray chunk(EncodeChunkSize, Qt::Uninitialized);
-    for (;;) {
-        qint64 filled = 0;
-        while (filled < EncodeChunkSize) {
-            const qint64 count = file.read(chunk.data() + filled, EncodeChunkSize - filled);
-            if (count < 0)
-                return std::nullopt;
-            if (count == 0)
-                break;
-            filled += count;
-        }
-        if (filled == 0)
-            break;
-        encoded += QByteArray::fromRawData(chunk.constData(), filled).toBase64();
-        if (filled < EncodeChunkSize)
-            break;
-    }
-    return encoded;
+    QFile archive(path);
+    return archive.open(QIODevice::ReadOnly);
 }
 
-// Zips @p paths into @p archive and reads it back as Base64; nullopt when no archive came.
-std::optional<QByteArray> zippedBase64(const QStringList &paths, const QString &archive)
+bool zipped(const QStringList &paths, const QString &archive)
 {
-    return QKZipArchiver::zipPaths(paths, archive) ? base64OfFile(archive) : std::nullopt;
+    return QKZipArchiver::zipPaths(paths, archive) && archiveIsReadable(archive);
 }
 
 } // namespace
@@ -120,11 +92,11 @@ struct QKHelpDeskUploadChain::Private
             profileWorker.join();
     }
     // Starts one upload; false when the exchange could not start.
-    bool upload(const QString &name, const QByteArray &base64Body,
+    bool upload(const QString &name, const QString &archive,
                 QKHelpDeskExchange::EndMethod endMethod) const
     {
         if (!exchange->start(QUrl(QKSupportSite::helpDeskAPIURL()),
-                             HSForms::addDocument(plan.requestHistoryID, name, base64Body)))
+                             HSForms::addDocument(plan.requestHistoryID, name, archive)))
             return false;
         exchange->setEndConnectionSelector(std::move(endMethod));
         return true;
@@ -198,14 +170,12 @@ void QKHelpDeskUploadChain::endCreateSystemProfile(const QString &archivePath, b
     }
     d->setTitle(QStringLiteral("Sending system profile..."));
     d->setCancelable(false);
-    const std::optional<QByteArray> body =
-        archivePath.isEmpty() ? std::nullopt : base64OfFile(archivePath);
-    if (!body) {
+    if (archivePath.isEmpty() || !archiveIsReadable(archivePath)) {
         d->closePanel(QStringLiteral("Send system profile failed!"));
         warning(parent(), QStringLiteral("archiving system profile failed"));
     } else {
         info(parent(), QStringLiteral("sending system profile"));
-        if (!d->upload(QStringLiteral("system_profile"), *body,
+        if (!d->upload(QStringLiteral("system_profile"), archivePath,
                        [this](const auto &error) { endSubmitSystemProfile(error); })) {
             d->closePanel(QStringLiteral("Send system profile failed!"));
             warning(parent(), QStringLiteral("start sending system profile failed"));
@@ -239,14 +209,13 @@ void QKHelpDeskUploadChain::submitCrashLog()
     }
     d->setTitle(QStringLiteral("Archiving crash logs..."));
     const QString archive = archivePath(QStringLiteral("crash_log.zip"));
-    const std::optional<QByteArray> body = zippedBase64(paths, archive);
-    if (!body) {
+    if (!zipped(paths, archive)) {
         d->closePanel(QStringLiteral("Send crash log failed!"));
         warning(parent(), QStringLiteral("archiving crash logs failed"));
     } else {
         d->setTitle(QStringLiteral("Sending crash log..."));
         info(parent(), QStringLiteral("sending the crash log"));
-        if (!d->upload(QStringLiteral("crash_log"), *body,
+        if (!d->upload(QStringLiteral("crash_log"), archive,
                        [this](const auto &error) { endSubmitCrashLog(error); })) {
             d->closePanel(QStringLiteral("Send crash log failed!"));
             warning(parent(), QStringLiteral("start sending crash log failed"));
@@ -279,14 +248,13 @@ void QKHelpDeskUploadChain::submitDebugLog()
     }
     d->setTitle(QStringLiteral("Archiving debug log..."));
     const QString archive = archivePath(QStringLiteral("debug_log.zip"));
-    const std::optional<QByteArray> body = zippedBase64({path}, archive);
-    if (!body) {
+    if (!zipped({path}, archive)) {
         d->closePanel(QStringLiteral("Send debug log failed!"));
         warning(parent(), QStringLiteral("archiving debug log failed"));
     } else {
         d->setTitle(QStringLiteral("Sending debug log..."));
         info(parent(), QStringLiteral("sending the debug log"));
-        if (!d->upload(QStringLiteral("debug_log"), *body,
+        if (!d->upload(QStringLiteral("debug_log"), archive,
                        [this](const auto &error) { endSubmitDebugLog(error); })) {
             d->closePanel(QStringLiteral("Send debug log failed!"));
             warning(parent(), QStringLiteral("start sending the debug log failed"));
@@ -315,15 +283,14 @@ void QKHelpDeskUploadChain::submitAttachedFiles()
     info(parent(), QStringLiteral("preparing attachments"));
     d->setTitle(QStringLiteral("Archiving attachments..."));
     const QString archive = archivePath(QStringLiteral("attachments.zip"));
-    const std::optional<QByteArray> body = zippedBase64(d->plan.attachedFiles, archive);
-    if (!body) {
+    if (!zipped(d->plan.attachedFiles, archive)) {
         d->closePanel(QStringLiteral("Send attachments failed!"));
         warning(parent(), QStringLiteral("archiving attachments failed"));
     } else {
         d->setTitle(QStringLiteral("Sending attachments..."));
         info(parent(), QStringLiteral("sending attachments"));
         // The help desk names the attachments' archive after the request.
-        if (!d->upload(d->plan.requestID, *body,
+        if (!d->upload(d->plan.requestID, archive,
                        [this](const auto &error) { endSubmitAttachedFiles(error); })) {
             d->closePanel(QStringLiteral("Send attachments failed!"));
             warning(parent(), QStringLiteral("start sending attachments failed"));
