@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRandomGenerator>
 
 #include <gtest/gtest.h>
 
@@ -66,4 +67,34 @@ TEST(QKZipArchiver, unwritableDestinationGivesNoArchiveAndALogEntry)
     const QByteArray log = debugLog();
     EXPECT_TRUE(log.contains("/usr/bin/zip did not produce " + archive.toUtf8()))
         << log.toStdString();
+}
+
+TEST(QKZipArchiver, deflatesWhatShrinksStoresWhatDoesNotAndIgnoresTheUsersZipOptions)
+{
+    QByteArray log;
+    while (log.size() < 200 * 1024)
+        log += "2026-11-22 10:00:00 Debug1 HDSupport: sending the debug log\n";
+    QByteArray noise(256 * 1024, Qt::Uninitialized);
+    QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(noise.data()),
+                                  noise.size() / sizeof(quint32));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("session.log"), log));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("take1.raw"), noise));
+    // The first entry's compression method, from its local header: 0 stored, 8 deflated.
+    const auto firstMethod = [](const QString &archive) {
+        const QByteArray bytes = QKTestEnvironment::readAll(archive);
+        return bytes.startsWith("PK\x03\x04") ? uchar(bytes[8]) | uchar(bytes[9]) << 8 : -1;
+    };
+    // A user's own default would store everything.
+    qputenv("ZIPOPT", "-0");
+    const QString logArchive = homeFile("debug_log.zip");
+    const QString noiseArchive = homeFile("attachments.zip");
+    const bool zippedLog = QKZipArchiver::zipPaths({homeFile("session.log")}, logArchive);
+    const bool zippedNoise = QKZipArchiver::zipPaths({homeFile("take1.raw")}, noiseArchive);
+    qunsetenv("ZIPOPT");
+    ASSERT_TRUE(zippedLog && zippedNoise);
+
+    EXPECT_EQ(firstMethod(logArchive), 8);
+    EXPECT_EQ(firstMethod(noiseArchive), 0);
+    EXPECT_EQ(zipEntries(logArchive), Entries({{QStringLiteral("session.log"), log}}));
+    EXPECT_EQ(zipEntries(noiseArchive), Entries({{QStringLiteral("take1.raw"), noise}}));
 }

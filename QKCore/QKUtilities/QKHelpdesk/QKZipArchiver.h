@@ -25,6 +25,11 @@ public:
      * extended or mistaken for a new one. Paths that do not exist are skipped by the tool;
      * the others are still archived. The tool's exit status is not examined.
      *
+     * When samples of the files show that deflating would barely shrink them (recordings,
+     * compressed audio, other archives), the tool is told through its ZIPOPT variable to
+     * store them instead, which takes a fraction of the time; the archive's contents are the
+     * same either way. ZIPOPT and ZIP set by the user are never passed on.
+     *
      * Returns whether the archive exists afterwards: false when the tool could not run, had
      * nothing to archive or could not write the archive (all logged as warnings).
      */
