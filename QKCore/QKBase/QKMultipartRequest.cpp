@@ -1,6 +1,7 @@
 #include "QKMultipartRequest.h"
 
-#include <QFile>
+#include "QKBase64FileDevice.h"
+
 #include <QHttpMultiPart>
 #include <QHttpPart>
 #include <QList>
@@ -10,7 +11,6 @@
 #include <QUrl>
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace {
@@ -20,59 +20,6 @@ struct Field
     QByteArray disposition;
     QByteArray body;
     QString base64FilePath; // set for a QKBase64EncodedFile value, which has no body
-};
-
-/**
- * The Base64 text of a file, read at any position. The network code reads a few kilobytes
- * at a time, so the text is encoded a block ahead and each read is a copy out of it.
- */
-class Base64FileDevice : public QIODevice
-{
-public:
-    Base64FileDevice(const QString &path, QObject *parent) : QIODevice(parent), m_file(path) {}
-
-    bool open(OpenMode mode) override
-    {
-        if ((mode & WriteOnly) || !m_file.open(QIODevice::ReadOnly))
-            return false;
-        m_textSize = (m_file.size() + 2) / 3 * 4;
-        return QIODevice::open(mode | Unbuffered);
-    }
-    bool isSequential() const override { return false; }
-    qint64 size() const override { return m_textSize; }
-
-protected:
-    qint64 readData(char *data, qint64 maxSize) override
-    {
-        const qint64 position = pos();
-        const qint64 wanted = qMin(maxSize, m_textSize - position);
-        if (wanted <= 0)
-            return 0;
-        if (position < m_textStart || position >= m_textStart + m_text.size()) {
-            const qint64 firstGroup = position / 4;
-            if (!m_file.seek(firstGroup * 3))
-                return -1;
-            m_textStart = firstGroup * 4;
-            m_text = m_file.read(BlockSize).toBase64();
-        }
-        const qint64 offset = position - m_textStart;
-        const qint64 available = qMin(wanted, qint64(m_text.size()) - offset);
-        // The file shrank: a short read now would send a body shorter than announced.
-        if (available <= 0)
-            return -1;
-        memcpy(data, m_text.constData() + offset, size_t(available));
-        return available;
-    }
-    qint64 writeData(const char *, qint64) override { return -1; }
-
-private:
-    // Whole 3-byte groups, so that consecutive blocks' texts join without padding.
-    static constexpr qint64 BlockSize = 3 * 64 * 1024;
-
-    QFile m_file;
-    qint64 m_textSize = 0;
-    QByteArray m_text; // the text of one block, starting at m_textStart
-    qint64 m_textStart = 0;
 };
 
 // The escaping browsers apply to form-data names, so that a name never ends its quotes
@@ -216,7 +163,7 @@ QHttpMultiPart *QKMultipartRequest::multiPart(QObject *parent) const
         if (field.base64FilePath.isEmpty()) {
             part.setBody(field.body);
         } else {
-            auto *device = new Base64FileDevice(field.base64FilePath, multiPart.get());
+            auto *device = new QKBase64FileDevice(field.base64FilePath, multiPart.get());
             if (!device->open(QIODevice::ReadOnly))
                 return nullptr;
             part.setBodyDevice(device);

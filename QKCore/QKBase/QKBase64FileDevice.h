@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QByteArray>
+#include <QFile>
+#include <QIODevice>
+
+#include <future>
+
+/**
+ * The Base64 text of a file as a read-only, random-access device: what a multipart body
+ * sends for a QKBase64EncodedFile value. The network code reads a few kilobytes at a time,
+ * so the text is encoded a block at a time, and the next block is encoded on a worker
+ * thread while the current one is read out. A read past the end of a file that shrank
+ * after opening fails, so a short body is never sent as a whole one.
+ */
+class QKBase64FileDevice : public QIODevice
+{
+public:
+    explicit QKBase64FileDevice(const QString &path, QObject *parent = nullptr);
+    ~QKBase64FileDevice() override;
+
+    /** Opens the file; only ReadOnly makes sense. */
+    bool open(OpenMode mode) override;
+    bool isSequential() const override { return false; }
+    qint64 size() const override { return m_textSize; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override;
+    qint64 writeData(const char *data, qint64 maxSize) override;
+
+private:
+    struct Block
+    {
+        qint64 index = -1;
+        QByteArray text;
+    };
+
+    Block encodeBlock(qint64 index);
+    void loadBlock(qint64 index);
+
+    QFile m_file;
+    qint64 m_textSize = 0;
+    Block m_current;
+    // Declared after the file: destroying it waits for the worker, which reads the file.
+    std::future<Block> m_next;
+};
