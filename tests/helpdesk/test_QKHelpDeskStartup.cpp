@@ -1,6 +1,7 @@
 #include "HelpDeskTestSupport.h"
 #include "QKHelpDesk.h"
 #include "QKHelpDeskSupport.h"
+#include "QKHelpDeskToolbar.h"
 #include "QKHelpDeskWindow.h"
 #include "QKSupportSiteProcess.h"
 #include "QKTestEnvironment.h"
@@ -143,6 +144,7 @@ TEST(QKHelpDeskStartup, aKilledRunLeavesTheMarkerAndTheNextStartOffersACrashRepo
     ASSERT_NE(helpDesk->window(), nullptr);
     EXPECT_TRUE(helpDesk->window()->isVisible());
     EXPECT_EQ(helpDesk->currentView(), helpDesk->supportView());
+    EXPECT_EQ(helpDesk->toolbar()->selectedItemIdentifier(), "support");
     EXPECT_EQ(helpDesk->supportView()->findChild<QPlainTextEdit *>("bodyText")->toPlainText(),
               "I had a crash! Here's what happened...\n\n");
     EXPECT_TRUE(

@@ -194,6 +194,9 @@ void QKHelpDesk::init()
             {QStringLiteral("Yes"), QStringLiteral("No")});
         if (answer == 0) {
             _openWindow(QString());
+            // The toolbar shows which pane is up, as it does when a pane is chosen by name.
+            if (d->toolbar)
+                d->toolbar->setSelectedItemIdentifier(QStringLiteral("support"));
             setPane(QStringLiteral("support"));
             d->supportView->setupForCrashReport();
         }
