@@ -13,6 +13,7 @@
 
 #include <QAction>
 #include <QMenu>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QUrl>
 
@@ -170,6 +171,18 @@ TEST_F(QKHelpDeskWindowTest, switchingKeepsTheTopEdgeAndFitsTheWindowToThePane)
     EXPECT_EQ(window->geometry().topLeft(), topLeft);
     EXPECT_EQ(window->size(), QSize(590, 170 + toolbarHeight(helpDesk)));
     EXPECT_EQ(window->minimumSize(), window->maximumSize()) << "a fixed-size pane";
+
+    // Low on the screen, a taller pane lifts the window instead of reaching below the screen.
+    const QRect available = window->screen()->availableGeometry();
+    window->move(40, available.bottom() - 200);
+    ASSERT_TRUE(waitUntil([&] { return window->pos().y() == available.bottom() - 200; }));
+    helpDesk->setPane("support");
+    ASSERT_TRUE(waitUntil([&] { return window->centralWidget() == support; }));
+    const int height = 560 + toolbarHeight(helpDesk);
+    EXPECT_EQ(window->geometry(),
+              QRect(window->geometry().left(),
+                    qMax(available.top(), available.bottom() + 1 - height), 590, height));
+    EXPECT_EQ(window->geometry().left(), topLeft.x());
 
     // An unknown identifier leaves the window without a pane.
     helpDesk->setPane("forum");

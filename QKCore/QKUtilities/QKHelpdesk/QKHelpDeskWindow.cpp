@@ -5,6 +5,7 @@
 #include <QPointer>
 #include <QPropertyAnimation>
 #include <QResizeEvent>
+#include <QScreen>
 #include <QTimer>
 #include <QToolBar>
 #include <QtMath>
@@ -65,9 +66,11 @@ void QKHelpDeskWindow::showPane(QKHelpDeskView *pane)
     setMinimumSize(0, 0);
     setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
 
-    // Qt's origin is the top-left corner, so keeping it keeps the top edge in place.
+    // Qt's origin is the top-left corner, so keeping it keeps the top edge in place, unless
+    // a taller pane would then reach below the screen.
     const QSize content = pane ? pane->frame().size().toSize() : QSize(0, 0);
-    const QRect target(geometry().topLeft(), frameSizeForContentSize(content));
+    const QRect target =
+        keptOnScreen(QRect(geometry().topLeft(), frameSizeForContentSize(content)));
     d->pane = pane;
     if (!isVisible() || s_animationDuration == 0) {
         setGeometry(target);
@@ -80,6 +83,25 @@ void QKHelpDeskWindow::showPane(QKHelpDeskView *pane)
     connect(animation, &QPropertyAnimation::finished, this, [this, pane] { installPane(pane); });
     d->animation = animation;
     animation->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+QRect QKHelpDeskWindow::keptOnScreen(const QRect &rect) const
+{
+    const QScreen *screen = this->screen();
+    if (!screen)
+        return rect;
+    const QRect available = screen->availableGeometry();
+    QRect kept = rect;
+    if (kept.bottom() > available.bottom())
+        kept.moveBottom(available.bottom());
+    if (kept.right() > available.right())
+        kept.moveRight(available.right());
+    // A window larger than the screen keeps its title bar reachable.
+    if (kept.top() < available.top())
+        kept.moveTop(available.top());
+    if (kept.left() < available.left())
+        kept.moveLeft(available.left());
+    return kept;
 }
 
 QKHelpDeskView *QKHelpDeskWindow::pane() const

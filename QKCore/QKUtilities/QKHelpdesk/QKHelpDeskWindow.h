@@ -47,6 +47,8 @@ protected:
 
 private:
     void installPane(QKHelpDeskView *pane);
+    // @p rect moved, not resized, to lie within the available area of the window's screen.
+    QRect keptOnScreen(const QRect &rect) const;
 
     struct Private;
     std::unique_ptr<Private> d;
