@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QMutex>
 #include <QObject>
+#include <QSaveFile>
 #include <QStringList>
 
 #include <algorithm>
@@ -28,6 +29,11 @@ const QString RulesKey = QStringLiteral("QKApplicationLog Rules");
 const QString DomainKey = QStringLiteral("domain");
 const QString ThresholdKey = QStringLiteral("threshold");
 const QString RuleActiveKey = QStringLiteral("active");
+
+// A log left at Debug grows by megabytes an hour. Past the limit it keeps its newest half:
+// one file, small enough to send with a support request, with what led up to the problem.
+constexpr qint64 LogSizeLimit = 8 * 1024 * 1024;
+constexpr qint64 LogSizeKept = LogSizeLimit / 2;
 
 bool isNumber(const QVariant &value)
 {
@@ -168,6 +174,7 @@ struct QKApplicationLog::Private
     /** Appends @p entry to the file; the text for stderr when that did not work. */
     QString write(const QString &entry);
     bool openFile(QString *reason);
+    void trimFile();
 };
 
 uint QKApplicationLog::Private::thresholdFor(const QString &domain) const
@@ -246,6 +253,27 @@ bool QKApplicationLog::Private::openFile(QString *reason)
     return true;
 }
 
+void QKApplicationLog::Private::trimFile()
+{
+    // The newest entries, from the first whole entry on; continuation lines start with a tab.
+    const QString path = file.fileName();
+    file.close();
+    QFile old(path);
+    QByteArray kept;
+    if (old.open(QIODevice::ReadOnly) && old.seek(old.size() - LogSizeKept))
+        kept = old.readAll();
+    old.close();
+    qsizetype newline = kept.indexOf('\n');
+    while (newline >= 0 && newline + 1 < kept.size() && kept[newline + 1] == '\t')
+        newline = kept.indexOf('\n', newline + 1);
+    kept = newline < 0 ? QByteArray() : kept.mid(newline + 1);
+    QSaveFile trimmed(path);
+    if (trimmed.open(QIODevice::WriteOnly) && trimmed.write(kept) == kept.size())
+        trimmed.commit();
+    QString reason;
+    openFile(&reason);
+}
+
 QString QKApplicationLog::Private::write(const QString &entry)
 {
     // A log deleted while open (to start afresh) is created again.
@@ -256,6 +284,8 @@ QString QKApplicationLog::Private::write(const QString &entry)
         const QByteArray bytes = entry.toUtf8() + '\n';
         if (file.write(bytes) == bytes.size() && file.flush()) {
             failureReported = false;
+            if (file.size() > LogSizeLimit)
+                trimFile();
             return QString();
         }
         reason = file.errorString();

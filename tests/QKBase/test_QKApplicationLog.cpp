@@ -7,6 +7,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QUrl>
 
 #include <thread>
@@ -284,4 +285,31 @@ TEST_F(QKApplicationLogTest, openLogFileShowsTheFileEvenBeforeAnyEntry)
     QKWorkspace::setOpener({});
     EXPECT_EQ(opened, QList<QUrl>{QUrl::fromLocalFile(logPath())});
     EXPECT_TRUE(QFile::exists(logPath()));
+}
+
+TEST_F(QKApplicationLogTest, aLogPastItsLimitKeepsItsNewestWholeEntries)
+{
+    // 64 KB entries with a continuation line each: 200 of them pass the 8 MB limit.
+    const QString filler(64 * 1024, u'x');
+    for (int i = 0; i < 200; ++i)
+        logAt(QKApplicationLog::Warning, u"entry %1 %2\nmore of %1"_s.arg(i).arg(filler));
+
+    const qint64 size = QFileInfo(logPath()).size();
+    EXPECT_GT(size, 4 * 1024 * 1024);
+    EXPECT_LE(size, 8 * 1024 * 1024);
+    const QStringList lines = logLines();
+    ASSERT_FALSE(lines.isEmpty());
+    EXPECT_FALSE(lines.first().startsWith(u'\t')) << "the log starts with a whole entry";
+    // Consecutive entries up to the newest, each with its continuation line.
+    const QStringList messages = loggedMessages();
+    const int first = messages.first().section(u' ', 1, 1).toInt();
+    EXPECT_GT(first, 0);
+    for (int i = 0; i < messages.size(); ++i)
+        EXPECT_TRUE(messages[i].startsWith(u"entry %1 "_s.arg(first + i))) << i;
+    EXPECT_EQ(messages.last().section(u' ', 1, 1), u"199"_s);
+    EXPECT_EQ(lines.size(), 2 * messages.size());
+
+    // Writing goes on into the trimmed file.
+    logAt(QKApplicationLog::Warning, u"after"_s);
+    EXPECT_EQ(loggedMessages().last(), u"after"_s);
 }
