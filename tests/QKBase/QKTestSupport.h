@@ -25,27 +25,21 @@ public:
     {
         QMutexLocker locker(&s_mutex);
         QStringList texts;
-        for (const Message &message : std::as_const(s_messages)) {
-            if (!category || (message.warning && message.category == category))
-                texts << message.text;
+        for (const auto &[warning, from, text] : std::as_const(s_messages)) {
+            if (!category || (warning && from == category))
+                texts << text;
         }
         return texts;
     }
 
 private:
-    struct Message
-    {
-        bool warning;
-        QByteArray category;
-        QString text;
-    };
     static void handle(QtMsgType type, const QMessageLogContext &context, const QString &text)
     {
         QMutexLocker locker(&s_mutex);
         s_messages.append({type == QtWarningMsg, context.category, text});
     }
     static inline QMutex s_mutex;
-    static inline QList<Message> s_messages;
+    static inline QList<std::tuple<bool, QByteArray, QString>> s_messages;
     static inline QtMessageHandler s_previous = nullptr;
 };
 

@@ -2,7 +2,6 @@
 #include "QKTestPrinters.h"
 
 #include <QCoreApplication>
-#include <QEvent>
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
@@ -11,12 +10,10 @@
 
 namespace {
 
-const QEvent::Type throwEvent = QEvent::Type(QEvent::User + 7);
-
 // Not exported from the test program, so only its debug information can name it.
 Q_NEVER_INLINE void throwFromTheTest()
 {
-    throw QKException(QStringLiteral("thrown on purpose"));
+    throw QKException(u"thrown on purpose"_s);
 }
 const int ThrowLine = __LINE__ - 2;
 
@@ -25,34 +22,11 @@ class ThrowingReceiver : public QObject
 public:
     Q_NEVER_INLINE bool event(QEvent *event) override
     {
-        if (event->type() == throwEvent)
+        if (event->type() == QEvent::User)
             throwFromTheTest();
         return QObject::event(event);
     }
 };
-
-// Delivers an event straight to the receiver, past QKApplication::notify's own catch.
-std::optional<QKException> exceptionFromAnEventHandler()
-{
-    ThrowingReceiver receiver;
-    QEvent event(throwEvent);
-    try {
-        receiver.event(&event);
-    } catch (const QKException &exception) {
-        return exception;
-    }
-    return std::nullopt;
-}
-
-Q_NEVER_INLINE QKException makeException()
-{
-    return QKException(QStringLiteral("made here"));
-}
-
-Q_NEVER_INLINE QString readTraceElsewhere(const QKException &exception)
-{
-    return exception.stackTrace();
-}
 
 Q_NEVER_INLINE QString traceFromHere()
 {
@@ -61,23 +35,34 @@ Q_NEVER_INLINE QString traceFromHere()
 
 } // namespace
 
-TEST(QKException, stackTraceNamesTheThrowerWithItsSourceLine)
+TEST(QKException, stackTraceIsTakenWhereMadeAndNamesTheThrowerWithItsSourceLine)
 {
-    const std::optional<QKException> exception = exceptionFromAnEventHandler();
+    // Delivered straight to the receiver, past QKApplication::notify's own catch.
+    std::optional<QKException> exception;
+    try {
+        ThrowingReceiver receiver;
+        QEvent event(QEvent::User);
+        receiver.event(&event);
+    } catch (const QKException &caught) {
+        exception = caught;
+    }
     ASSERT_TRUE(exception.has_value());
-    const QStringList frames = exception->stackTrace().split(QLatin1Char('\n'));
+    const QStringList frames = exception->stackTrace().split(u'\n');
     ASSERT_GE(frames.size(), 3);
     // Innermost first: the function that made the exception, then its caller.
-    EXPECT_TRUE(frames[0].contains(QLatin1String("throwFromTheTest()"))) << frames[0].toStdString();
-    EXPECT_TRUE(frames[0].contains(QStringLiteral("(test_QKException.cpp:%1)").arg(ThrowLine)))
+    EXPECT_TRUE(frames[0].startsWith(u"0   tst_QKBase "_s)) << frames[0].toStdString();
+    EXPECT_TRUE(frames[0].contains(u"throwFromTheTest()"_s)) << frames[0].toStdString();
+    EXPECT_TRUE(frames[0].contains(u"(test_QKException.cpp:%1)"_s.arg(ThrowLine)))
         << frames[0].toStdString();
-    EXPECT_TRUE(frames[0].startsWith(QLatin1String("0   tst_QKBase "))) << frames[0].toStdString();
-    EXPECT_TRUE(frames[1].contains(QLatin1String("ThrowingReceiver::event(QEvent*)")))
+    EXPECT_TRUE(frames[1].contains(u"ThrowingReceiver::event(QEvent*)"_s))
         << frames[1].toStdString();
-
-    static const QRegularExpression line(QStringLiteral("^\\d+ +\\S+ +0x[0-9a-f]{16} \\S.*$"));
+    static const QRegularExpression line(u"^\\d+ +\\S+ +0x[0-9a-f]{16} \\S.*$"_s);
     for (const QString &frame : frames)
         EXPECT_TRUE(line.match(frame).hasMatch()) << frame.toStdString();
+
+    EXPECT_EQ(QKException(*exception).stackTrace(), exception->stackTrace());
+    EXPECT_TRUE(traceFromHere().section(u'\n', 0, 0).contains(u"traceFromHere()"_s))
+        << "a current trace starts at its caller";
 }
 
 TEST(QKException, exportedFunctionsShowTheirOffsetAndUnnamedOnesTheModuleOffset)
@@ -87,39 +72,18 @@ TEST(QKException, exportedFunctionsShowTheirOffsetAndUnnamedOnesTheModuleOffset)
     QObject sender;
     QString trace;
     QObject::connect(&sender, &QObject::objectNameChanged,
-                     [] { throw QKException(QStringLiteral("thrown from a slot")); });
+                     [] { throw QKException(u"thrown from a slot"_s); });
     try {
-        sender.setObjectName(QStringLiteral("renamed"));
+        sender.setObjectName(u"renamed"_s);
     } catch (const QKException &exception) {
         trace = exception.stackTrace();
     }
     static const QRegularExpression exported(
-        QStringLiteral("^\\d+ +libQt6Core\\.so\\.6 +0x[0-9a-f]{16} "
-                       "QObject::objectNameChanged\\(.*\\) \\+ \\d+$"),
+        u"^\\d+ +libQt6Core\\.so\\.6 +0x[0-9a-f]{16} QObject::objectNameChanged\\(.*\\) \\+ \\d+$"_s,
         QRegularExpression::MultilineOption);
     static const QRegularExpression unnamed(
-        QStringLiteral(
-            "^\\d+ +libQt6Core\\.so\\.6 +0x[0-9a-f]{16} libQt6Core\\.so\\.6 \\+ 0x[0-9a-f]+$"),
+        u"^\\d+ +libQt6Core\\.so\\.6 +0x[0-9a-f]{16} libQt6Core\\.so\\.6 \\+ 0x[0-9a-f]+$"_s,
         QRegularExpression::MultilineOption);
     EXPECT_TRUE(exported.match(trace).hasMatch()) << trace.toStdString();
     EXPECT_TRUE(unnamed.match(trace).hasMatch()) << trace.toStdString();
-}
-
-TEST(QKException, traceIsTakenWhereTheExceptionIsMadeAndSharedByCopies)
-{
-    const QKException exception = makeException();
-    const QKException copy = exception;
-    const QString trace = readTraceElsewhere(copy);
-    EXPECT_TRUE(trace.section(QLatin1Char('\n'), 0, 0).contains(QLatin1String("makeException()")))
-        << trace.toStdString();
-    EXPECT_FALSE(trace.contains(QLatin1String("readTraceElsewhere"))) << trace.toStdString();
-    EXPECT_EQ(exception.stackTrace(), trace);
-    EXPECT_EQ(copy.what(), std::string("made here"));
-}
-
-TEST(QKException, currentStackTraceStartsAtTheCaller)
-{
-    const QString trace = traceFromHere();
-    EXPECT_TRUE(trace.section(QLatin1Char('\n'), 0, 0).contains(QLatin1String("traceFromHere()")))
-        << trace.toStdString();
 }

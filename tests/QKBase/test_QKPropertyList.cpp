@@ -11,11 +11,9 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTimeZone>
-#include <QtEndian>
-
+#include <bit>
 #include <clocale>
 #include <csignal>
-#include <limits>
 
 #include <sys/resource.h>
 
@@ -24,8 +22,6 @@ using QKTestEnvironment::homeFile;
 using QKTestEnvironment::readAll;
 
 namespace {
-
-const QDateTime referenceDate(QDate(2001, 1, 1), QTime(0, 0), QTimeZone::utc());
 
 QDateTime utc(int year, int month, int day, int hour, int minute, int second, int msec = 0)
 {
@@ -44,17 +40,16 @@ QJsonValue canonical(const QVariant &value)
         return pair("bool", value.toBool());
     case QMetaType::LongLong:
         return pair("int", QString::number(value.toLongLong()));
-    case QMetaType::Double: {
-        char bits[8];
-        qToBigEndian<double>(value.toDouble(), bits);
-        return pair("real", QString::fromLatin1(QByteArray(bits, 8).toHex()));
-    }
+    case QMetaType::Double:
+        return pair(
+            "real",
+            QString::number(std::bit_cast<quint64>(value.toDouble()), 16).rightJustified(16, u'0'));
     case QMetaType::QString:
         return pair("string", value.toString());
     case QMetaType::QByteArray:
         return pair("data", QString::fromLatin1(value.toByteArray().toHex()));
     case QMetaType::QDateTime:
-        return pair("date", QString::number(referenceDate.msecsTo(value.toDateTime())));
+        return pair("date", QString::number(utc(2001, 1, 1, 0, 0, 0).msecsTo(value.toDateTime())));
     case QMetaType::QVariantList: {
         QJsonArray items;
         for (const QVariant &item : value.toList())
@@ -87,68 +82,39 @@ std::string plistlib(const QStringList &arguments)
                      arguments);
     EXPECT_TRUE(python.waitForFinished(60000));
     EXPECT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
-    QJsonParseError error;
-    const QJsonDocument answer = QJsonDocument::fromJson(python.readAllStandardOutput(), &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString();
+    const QJsonDocument answer = QJsonDocument::fromJson(python.readAllStandardOutput());
+    EXPECT_FALSE(answer.isNull());
     return answer.toJson(QJsonDocument::Compact).toStdString();
-}
-
-// Every type, with the values that tend to break encoders. Dates are whole seconds so that
-// the tree survives XML too.
-QVariantMap sampleTree()
-{
-    QVariantList integers;
-    for (qint64 n : {qint64(0), qint64(1), qint64(-1), qint64(255), qint64(256), qint64(-129),
-                     qint64(65536), qint64(1) << 31, qint64(1) << 32, qint64(-5000000000),
-                     std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::min()})
-        integers << QVariant::fromValue(n);
-    return {
-        {u"text"_s, u"Grüße 日本語 🎹"_s},
-        {u"markup"_s, u"<a href=\"x\">&amp; 'q' ]]></a>"_s},
-        {u"empty"_s, QString()},
-        {u"integers"_s, integers},
-        {u"reals"_s, QVariantList{0.1, -2.5e-300, 1e300, 1.0 / 3, -7.25, 0.0}},
-        {u"yes"_s, true},
-        {u"no"_s, false},
-        {u"dates"_s, QVariantList{utc(2024, 2, 29, 13, 45, 30), utc(1969, 7, 20, 20, 17, 40),
-                                  utc(2000, 12, 31, 23, 59, 59), referenceDate,
-                                  utc(1850, 3, 4, 5, 6, 7), utc(2200, 1, 1, 0, 0, 0)}},
-        {u"data"_s, QByteArray("\0\x01\xff\0tail\0", 9)},
-        {u"no data"_s, QByteArray()},
-        {u"nested"_s,
-         QVariantMap{{u"list"_s, QVariantList{QVariantMap(), QVariantList(),
-                                              QVariantMap{{u"ünïcode & <key>"_s,
-                                                           QVariantList{qint64(1), true}}}}}}},
-    };
 }
 
 class PropertyListFormats : public ::testing::TestWithParam<Format>
 {
+protected:
+    // Has plistlib write its tree of every type, with the values that tend to break
+    // encoders, in this format to theirs; answers what plistlib reads back.
+    std::string writeTheirs() const
+    {
+        return plistlib(
+            {u"write"_s, theirs, GetParam() == Format::Binary ? u"binary"_s : u"xml"_s});
+    }
+    const QString theirs = homeFile(u"theirs.plist"_s);
 };
 
 } // namespace
 
-TEST_P(PropertyListFormats, writtenFilesReadTheSameHereAndInPlistlib)
+TEST_P(PropertyListFormats, readsAndWritesWhatPlistlibDoes)
 {
-    const QVariantMap tree = sampleTree();
-    const QString path = homeFile(u"ours.plist"_s);
+    const std::string expected = writeTheirs();
     QString error;
-    ASSERT_TRUE(QKPropertyList::writeFile(tree, path, GetParam(), true, &error))
-        << error.toStdString();
-    EXPECT_EQ(readAll(path).startsWith("bplist00"), GetParam() == Format::Binary);
-    EXPECT_EQ(json(QKPropertyList::readFile(path, &error)), json(tree)) << error.toStdString();
-    EXPECT_EQ(plistlib({u"read"_s, path}), json(tree));
-}
+    const QVariant tree = QKPropertyList::readFile(theirs, &error);
+    ASSERT_EQ(json(tree), expected) << error.toStdString();
 
-TEST_P(PropertyListFormats, readsWhatPlistlibWrites)
-{
-    const QString path = homeFile(u"theirs.plist"_s);
-    const std::string expected =
-        plistlib({u"write"_s, path, GetParam() == Format::Binary ? u"binary"_s : u"xml"_s});
-    QString error;
-    const QVariant value = QKPropertyList::readFile(path, &error);
-    ASSERT_TRUE(value.isValid()) << error.toStdString();
-    EXPECT_EQ(json(value), expected);
+    const QString ours = homeFile(u"ours.plist"_s);
+    ASSERT_TRUE(QKPropertyList::writeFile(tree, ours, GetParam(), true, &error))
+        << error.toStdString();
+    EXPECT_EQ(readAll(ours).startsWith("bplist00"), GetParam() == Format::Binary);
+    EXPECT_EQ(plistlib({u"read"_s, ours}), expected);
+    EXPECT_EQ(json(QKPropertyList::readFile(ours)), expected);
 }
 
 TEST_P(PropertyListFormats, refusesValuesWithoutAPropertyListType)
@@ -167,9 +133,10 @@ TEST_P(PropertyListFormats, refusesValuesWithoutAPropertyListType)
     EXPECT_TRUE(error.contains(u"QPoint"_s)) << error.toStdString();
 }
 
-TEST_P(PropertyListFormats, truncatedDataIsRejected)
+TEST_P(PropertyListFormats, truncatedOrCorruptedDataGivesAnError)
 {
-    const QVariantMap tree = sampleTree();
+    writeTheirs();
+    const QVariant tree = QKPropertyList::readFile(theirs);
     const QByteArray data = QKPropertyList::toData(tree, GetParam());
     ASSERT_GT(data.size(), 200);
     for (qsizetype length = 0; length < data.size(); ++length) {
@@ -186,11 +153,7 @@ TEST_P(PropertyListFormats, truncatedDataIsRejected)
             EXPECT_FALSE(value.isValid());
         }
     }
-}
 
-TEST_P(PropertyListFormats, corruptedBytesNeverCrash)
-{
-    const QByteArray data = QKPropertyList::toData(sampleTree(), GetParam());
     QRandomGenerator random(20240229);
     for (int round = 0; round < 3000; ++round) {
         QByteArray damaged = data;
@@ -207,45 +170,37 @@ INSTANTIATE_TEST_SUITE_P(QKPropertyList, PropertyListFormats,
                              return info.param == Format::Binary ? "Binary" : "Xml";
                          });
 
-TEST(QKPropertyList, datesKeepMillisecondsInBinaryAndWholeSecondsInXml)
+TEST(QKPropertyList, xmlDatesKeepWholeSecondsAndOtherZonesReadBackInUtc)
 {
-    const QVariantList dates{utc(2024, 2, 29, 13, 45, 30, 123),  utc(1999, 12, 31, 23, 59, 59, 1),
-                             utc(2000, 12, 31, 23, 59, 58, 500), utc(2000, 12, 31, 23, 59, 59, 500),
-                             utc(2001, 1, 1, 0, 0, 0, 750),      utc(1901, 6, 1, 12, 0, 0, 250),
-                             utc(2100, 6, 1, 12, 0, 0, 999)};
-    QVariantList rounded;
+    // Binary lists keep milliseconds, which plistlib's own tree checks.
+    const QVariantList dates{utc(2024, 2, 29, 13, 45, 30, 123), utc(1999, 12, 31, 23, 59, 59, 1),
+                             utc(2000, 12, 31, 23, 59, 59, 500), utc(2001, 1, 1, 0, 0, 0, 750),
+                             utc(1901, 6, 1, 12, 0, 0, 250)};
+    QVariantList whole;
     for (const QVariant &date : dates)
-        rounded << date.toDateTime().addMSecs(-date.toDateTime().time().msec());
-    for (const auto &[format, expected] :
-         {std::pair(Format::Binary, dates), std::pair(Format::Xml, rounded)}) {
-        SCOPED_TRACE(format == Format::Binary ? "binary" : "xml");
-        const QString path = homeFile(u"dates.plist"_s);
-        ASSERT_TRUE(QKPropertyList::writeFile(dates, path, format));
-        EXPECT_EQ(json(QKPropertyList::readFile(path)), json(expected));
-        EXPECT_EQ(plistlib({u"read"_s, path}), json(expected));
-    }
+        whole << date.toDateTime().addMSecs(-date.toDateTime().time().msec());
+    const QString path = homeFile(u"dates.plist"_s);
+    ASSERT_TRUE(QKPropertyList::writeFile(dates, path, Format::Xml));
+    EXPECT_EQ(json(QKPropertyList::readFile(path)), json(whole));
+    EXPECT_EQ(plistlib({u"read"_s, path}), json(whole));
 
-    // Other time zones are stored as the same instant, read back in UTC.
     const QDateTime local(QDate(2023, 7, 14), QTime(9, 30), QTimeZone("Asia/Kathmandu"));
     for (Format format : {Format::Xml, Format::Binary}) {
-        const QVariant back = QKPropertyList::fromData(QKPropertyList::toData(local, format));
-        EXPECT_EQ(back.toDateTime().toMSecsSinceEpoch(), local.toMSecsSinceEpoch());
-        EXPECT_EQ(back.toDateTime().offsetFromUtc(), 0);
+        const QDateTime back =
+            QKPropertyList::fromData(QKPropertyList::toData(local, format)).toDateTime();
+        EXPECT_EQ(back.toMSecsSinceEpoch(), local.toMSecsSinceEpoch());
+        EXPECT_EQ(back.offsetFromUtc(), 0);
     }
 }
 
 TEST(QKPropertyList, acceptsConvertibleQtTypes)
 {
-    const QVariantHash hash{{u"int"_s, 7},
-                            {u"uint"_s, 4000000000u},
-                            {u"float"_s, 1.5f},
-                            {u"strings"_s, QStringList{u"a"_s}},
-                            {u"url"_s, QUrl(u"https://example.org/"_s)}};
-    const QVariantMap expected{{u"int"_s, qint64(7)},
-                               {u"uint"_s, qint64(4000000000)},
-                               {u"float"_s, 1.5},
-                               {u"strings"_s, QVariantList{u"a"_s}},
-                               {u"url"_s, u"https://example.org/"_s}};
+    const QVariantHash hash{{u"int"_s, 7},          {u"uint"_s, 4000000000u},
+                            {u"float"_s, 1.5f},     {u"strings"_s, QStringList{u"a"_s}},
+                            {u"null"_s, QString()}, {u"url"_s, QUrl(u"https://example.org/"_s)}};
+    const QVariantMap expected{{u"int"_s, qint64(7)}, {u"uint"_s, qint64(4000000000)},
+                               {u"float"_s, 1.5},     {u"strings"_s, QVariantList{u"a"_s}},
+                               {u"null"_s, u""_s},    {u"url"_s, u"https://example.org/"_s}};
     EXPECT_EQ(json(QKPropertyList::fromData(QKPropertyList::toData(hash, Format::Binary))),
               json(expected));
 }
@@ -323,8 +278,8 @@ TEST(QKPropertyList, failedWritesLeaveTheDiskAsItWas)
     ASSERT_TRUE(QKTestEnvironment::writeAll(blocker, "not a folder"));
     for (bool atomically : {true, false}) {
         QString error;
-        EXPECT_FALSE(QKPropertyList::writeFile(sampleTree(), blocker + u"/x.plist"_s, Format::Xml,
-                                               atomically, &error));
+        EXPECT_FALSE(QKPropertyList::writeFile(QVariantMap{{u"a"_s, 1}}, blocker + u"/x.plist"_s,
+                                               Format::Xml, atomically, &error));
         EXPECT_FALSE(error.isEmpty());
     }
     EXPECT_EQ(readAll(blocker), "not a folder");
@@ -339,9 +294,6 @@ TEST(QKPropertyList, failedWritesLeaveTheDiskAsItWas)
     EXPECT_EQ(readAll(path), before);
 
     // Root ignores permissions but not the file size limit: let the write itself fail.
-    QVariantList big;
-    for (int i = 0; i < 2000; ++i)
-        big << u"entry %1"_s.arg(i);
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit original{};
     getrlimit(RLIMIT_FSIZE, &original);
@@ -349,7 +301,8 @@ TEST(QKPropertyList, failedWritesLeaveTheDiskAsItWas)
     limit.rlim_cur = 4096;
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     QString error;
-    const bool written = QKPropertyList::writeFile(big, path, Format::Xml, true, &error);
+    const bool written =
+        QKPropertyList::writeFile(QVariantList(2000, u"entry"_s), path, Format::Xml, true, &error);
     setrlimit(RLIMIT_FSIZE, &original);
     EXPECT_FALSE(written);
     EXPECT_FALSE(error.isEmpty());

@@ -1,15 +1,13 @@
 #include "QKApplication.h"
 #include "QKMenus.h"
 #include "QKResponderChain.h"
+#include "QKTestSupport.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QMenu>
-#include <QVBoxLayout>
-
-#include "QKTestSupport.h"
 
 namespace {
 
@@ -55,7 +53,6 @@ struct Window
     Window()
     {
         main.setCentralWidget(outer);
-        new QVBoxLayout(inner);
         main.show();
         QApplication::setActiveWindow(&main);
         field->setFocus();
@@ -65,30 +62,22 @@ struct Window
 
 } // namespace
 
-TEST(QKResponderChain, chainRunsFromFocusUpToWindowThenApplicationAndDelegate)
+TEST(QKResponderChain, actionsGoToTheFirstResponderFromTheFocusUpThatHandlesThem)
 {
     Window window;
     const QList<QObject *> chain = QKResponderChain::responders();
     ASSERT_GE(chain.size(), 6);
-    EXPECT_EQ(chain.at(0), window.field);
-    EXPECT_EQ(chain.at(1), window.inner);
-    EXPECT_EQ(chain.at(2), window.outer);
-    EXPECT_EQ(chain.at(3), &window.main);
+    EXPECT_EQ(chain.mid(0, 4),
+              QList<QObject *>({window.field, window.inner, window.outer, &window.main}));
     EXPECT_EQ(chain.at(chain.size() - 2), qApp);
     EXPECT_EQ(chain.last(), QKApplication::sharedApplication()->delegate());
-}
 
-TEST(QKResponderChain, firstResponderThatHandlesTheActionReceivesIt)
-{
-    Window window;
     QObject sender;
     EXPECT_EQ(QKResponderChain::targetForAction("saveDocument:"), window.inner);
     EXPECT_TRUE(QKResponderChain::sendAction("saveDocument:", nullptr, &sender));
     EXPECT_TRUE(QKResponderChain::sendAction("zoom:", nullptr, nullptr, 1.5));
     EXPECT_EQ(window.inner->calls, QStringList({u"saveDocument"_s, u"zoom 1.5"_s}));
     EXPECT_EQ(window.inner->lastSender, &sender);
-    EXPECT_TRUE(window.outer->calls.isEmpty());
-
     // An explicit target bypasses the chain.
     EXPECT_TRUE(QKResponderChain::sendAction("refresh", window.outer, &sender));
     EXPECT_EQ(window.outer->calls, QStringList{u"refresh"_s});
@@ -98,20 +87,18 @@ TEST(QKResponderChain, firstResponderThatHandlesTheActionReceivesIt)
     EXPECT_FALSE(QKResponderChain::sendAction("saveDocument:", new QObject(&window.main), nullptr));
 }
 
-TEST(QKResponderChain, delegateEndsTheChain)
+TEST(QKResponderChain, delegateEndsTheChainAndValidationAsksTheTarget)
 {
     Window window;
-    Delegate delegate;
-    QKApplication::sharedApplication()->setDelegate(&delegate);
-    EXPECT_TRUE(QKResponderChain::sendAction("showPreferences:", nullptr, nullptr));
-    EXPECT_EQ(delegate.preferencesShown, 1);
-    QKApplication::sharedApplication()->setDelegate(nullptr);
+    {
+        Delegate delegate;
+        QKApplication::sharedApplication()->setDelegate(&delegate);
+        EXPECT_TRUE(QKResponderChain::sendAction("showPreferences:", nullptr, nullptr));
+        EXPECT_EQ(delegate.preferencesShown, 1);
+    }
+    // A destroyed delegate is not called.
     EXPECT_FALSE(QKResponderChain::sendAction("showPreferences:", nullptr, nullptr));
-}
 
-TEST(QKResponderChain, validateMenuItemAsksTheTarget)
-{
-    Window window;
     QAction save;
     save.setProperty(QKMenus::ActionProperty, QByteArray("saveDocument:"));
     bool answered = false;
@@ -119,13 +106,12 @@ TEST(QKResponderChain, validateMenuItemAsksTheTarget)
     EXPECT_TRUE(answered);
     window.inner->allowSave = false;
     EXPECT_FALSE(QKResponderChain::validateMenuItem(window.inner, &save, &answered));
-
     QObject plain;
     EXPECT_TRUE(QKResponderChain::validateMenuItem(&plain, &save, &answered));
     EXPECT_FALSE(answered);
 }
 
-TEST(QKMenus, menuItemsSendTheirActionAlongTheChain)
+TEST(QKMenus, itemsSendTheirActionAlongTheChainAndSortedOnesKeepTitleOrder)
 {
     Window window;
     QMenu menu;
@@ -137,15 +123,12 @@ TEST(QKMenus, menuItemsSendTheirActionAlongTheChain)
     EXPECT_EQ(item->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_S));
     EXPECT_EQ(item->shortcutContext(), Qt::WidgetShortcut);
     EXPECT_EQ(QKMenus::itemWithTitle(&menu, u"Save"_s), item);
-}
 
-TEST(QKMenus, sortedInsertionKeepsTitleOrder)
-{
-    QMenu menu;
+    QMenu sorted;
     for (const char *title : {"Reverb", "chorus", "Delay", "&Compressor", "Amp", "zither"})
-        QKMenus::addItemSortedWithTitle(&menu, QString::fromLatin1(title), "choose:");
+        QKMenus::addItemSortedWithTitle(&sorted, QString::fromLatin1(title), "choose:");
     QStringList titles;
-    for (QAction *action : menu.actions())
+    for (QAction *action : sorted.actions())
         titles << QKMenus::plainTitle(action->text());
     EXPECT_EQ(titles, QStringList({"Amp", "chorus", "Compressor", "Delay", "Reverb", "zither"}));
     EXPECT_EQ(QKMenus::plainTitle(u"Rock && &Roll"_s), u"Rock & Roll"_s);

@@ -6,7 +6,6 @@
 #include <QNetworkRequest>
 #include <QTcpServer>
 
-#include <atomic>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -17,18 +16,18 @@ namespace {
 Response route(const QKTestHttpServer::Request &request)
 {
     if (request.path == "/feed")
-        return {200, "feed for " + request.header("User-Agent"), {}, {}};
+        return {200, "feed for " + request.header("User-Agent")};
     if (request.path == "/missing")
-        return {404, "<html>No such page</html>", {}, {}};
+        return {404, "<html>No such page</html>"};
     if (request.path == "/broken")
-        return {500, "boom", {}, {}};
+        return {500, "boom"};
     if (request.path == "/moved")
-        return {302, {}, {{"Location", "/feed"}}, {}};
+        return {302, {}, {{"Location", "/feed"}}};
     if (request.path == "/drop")
         return {0, {}, {}, Response::Action::Drop};
     if (request.path == "/hang")
         return {0, {}, {}, Response::Action::Hang};
-    return {200, "posted " + QByteArray::number(request.body.size()), {}, {}};
+    return {200, "posted " + QByteArray::number(request.body.size())};
 }
 
 QKSynchronousRequest::Reply
@@ -41,39 +40,25 @@ get(const QUrl &url, std::chrono::milliseconds timeout = QKSynchronousRequest::D
 
 } // namespace
 
-TEST(QKSynchronousRequest, errorStatusesAndRedirectsAreAnswers)
+TEST(QKSynchronousRequest, errorStatusesAndRedirectsAreAnswersAndTransportFailuresErrors)
 {
     QKTestHttpServer server(route);
-    const struct
-    {
-        const char *path;
-        int status;
-        QByteArray data;
-    } cases[] = {{"/feed", 200, "feed for QKTest/1.0"},
-                 {"/missing", 404, "<html>No such page</html>"},
-                 {"/broken", 500, "boom"},
-                 {"/moved", 200, "feed for QKTest/1.0"}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.path);
-        const auto reply = get(server.url(QString::fromLatin1(c.path)));
-        EXPECT_TRUE(reply.isSuccess()) << reply.errorString.toStdString();
-        EXPECT_EQ(reply.statusCode, c.status);
-        EXPECT_EQ(reply.data, c.data);
+    const std::tuple<const char *, int, QByteArray> answers[] = {
+        {"/feed", 200, "feed for QKTest/1.0"},
+        {"/missing", 404, "<html>No such page</html>"},
+        {"/broken", 500, "boom"},
+        {"/moved", 200, "feed for QKTest/1.0"}};
+    for (const auto &[path, status, data] : answers) {
+        const auto reply = get(server.url(QString::fromLatin1(path)));
+        EXPECT_TRUE(reply.isSuccess()) << path << reply.errorString.toStdString();
+        EXPECT_EQ(reply.statusCode, status) << path;
+        EXPECT_EQ(reply.data, data) << path;
     }
     EXPECT_EQ(get(server.url("/moved")).url, server.url("/feed"));
-}
-
-TEST(QKSynchronousRequest, transportFailuresAreErrors)
-{
-    QKTestHttpServer server(route);
-    const auto dropped = get(server.url("/drop"));
-    EXPECT_FALSE(dropped.isSuccess());
-    EXPECT_TRUE(dropped.data.isEmpty());
 
     const auto hung = get(server.url("/hang"), 300ms);
     EXPECT_FALSE(hung.isSuccess());
     EXPECT_TRUE(hung.errorString.contains(u"300 ms"_s));
-
     QTcpServer closed;
     ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
     const QUrl refusedUrl(u"http://127.0.0.1:%1/"_s.arg(closed.serverPort()));
@@ -91,33 +76,27 @@ TEST(QKSynchronousRequest, worksOnWorkerThreadsWithoutEventLoop)
         server.url("/api"), {{"action", "add_document"}, {"body", archive}});
 
     QKSynchronousRequest::Reply posted, fetched, dropped;
-    std::thread poster([&] { posted = QKSynchronousRequest::post(form); });
-    std::thread fetcher([&] { fetched = get(server.url("/feed")); });
-    std::thread failer([&] { dropped = get(server.url("/drop")); });
-    poster.join();
-    fetcher.join();
-    failer.join();
-
+    {
+        std::jthread poster([&] { posted = QKSynchronousRequest::post(form); });
+        std::jthread fetcher([&] { fetched = get(server.url("/feed")); });
+        std::jthread failer([&] { dropped = get(server.url("/drop")); });
+    }
     EXPECT_TRUE(posted.isSuccess()) << posted.errorString.toStdString();
     EXPECT_TRUE(posted.data.startsWith("posted "));
     EXPECT_GT(posted.data.mid(7).toLongLong(), archive.size());
     EXPECT_EQ(fetched.data, "feed for QKTest/1.0");
     EXPECT_FALSE(dropped.isSuccess());
+    EXPECT_TRUE(dropped.data.isEmpty());
 }
 
 TEST(QKSynchronousRequest, abortAllEndsWaitingWorkersAndRefusesNewRequests)
 {
     QKTestHttpServer server(route);
-    std::atomic<bool> started = false;
     QKSynchronousRequest::Reply hung;
-    std::thread waiter([&] {
-        started = true;
-        hung = get(server.url("/hang"), 60s);
-    });
-    while (!started)
-        std::this_thread::yield();
-    // The request must be under way before it can be aborted; the hanging route never ends.
-    std::this_thread::sleep_for(200ms);
+    std::thread waiter([&] { hung = get(server.url("/hang"), 60s); });
+    // Abort once the request is under way; the hanging route never answers.
+    while (server.requests().isEmpty())
+        std::this_thread::sleep_for(10ms);
     const auto before = std::chrono::steady_clock::now();
     QKSynchronousRequest::abortAll();
     waiter.join();

@@ -143,25 +143,21 @@ TEST(QKUserDefaults, concurrentSettersLoseNoKey)
 {
     const QString path = homeFile(u"shared.plist"_s);
     QKUserDefaults defaults(path);
-    constexpr int threadCount = 6;
-    constexpr int keysPerThread = 40;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < threadCount; ++t) {
-        threads.emplace_back([&defaults, t] {
-            for (int k = 0; k < keysPerThread; ++k)
-                defaults.setInteger(t * 1000 + k, u"key %1.%2"_s.arg(t).arg(k));
-        });
+    constexpr int threadCount = 6, keysPerThread = 40;
+    {
+        std::vector<std::jthread> threads;
+        for (int t = 0; t < threadCount; ++t) {
+            threads.emplace_back([&defaults, t] {
+                for (int k = 0; k < keysPerThread; ++k)
+                    defaults.setInteger(t * 1000 + k, u"key %1"_s.arg(t * 1000 + k));
+            });
+        }
     }
-    for (std::thread &thread : threads)
-        thread.join();
-
     EXPECT_EQ(defaults.persistentDomain().size(), threadCount * keysPerThread);
     const QVariantMap stored = QKUserDefaults(path).persistentDomain();
     ASSERT_EQ(stored.size(), threadCount * keysPerThread);
-    for (int t = 0; t < threadCount; ++t) {
-        for (int k = 0; k < keysPerThread; ++k)
-            EXPECT_EQ(stored.value(u"key %1.%2"_s.arg(t).arg(k)).toLongLong(), t * 1000 + k);
-    }
+    for (auto it = stored.cbegin(); it != stored.cend(); ++it)
+        EXPECT_EQ(u"key %1"_s.arg(it.value().toLongLong()), it.key());
 }
 
 TEST(QKUserDefaults, rectanglesRoundTripThroughText)

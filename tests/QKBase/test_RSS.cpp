@@ -9,9 +9,10 @@
 
 namespace {
 
-QByteArray sample(const QString &name)
+QByteArray sample(const char *name)
 {
-    return QKTestEnvironment::readAll(QKTestEnvironment::sourcePath(u"QKBase/data/"_s + name));
+    return QKTestEnvironment::readAll(
+        QKTestEnvironment::sourcePath(u"QKBase/data/"_s + QLatin1StringView(name)));
 }
 
 void expectUnreadable(const RSS &feed, const char *what)
@@ -19,8 +20,7 @@ void expectUnreadable(const RSS &feed, const char *what)
     SCOPED_TRACE(what);
     EXPECT_FALSE(feed.isValid());
     EXPECT_FALSE(feed.errorString().isEmpty());
-    EXPECT_TRUE(feed.newsItems().isEmpty());
-    EXPECT_TRUE(feed.headerItems().isEmpty());
+    EXPECT_TRUE(feed.newsItems().isEmpty() && feed.headerItems().isEmpty());
 }
 
 QVariantMap item(const RSS &feed, int index)
@@ -30,13 +30,14 @@ QVariantMap item(const RSS &feed, int index)
 
 } // namespace
 
-TEST(RSS, sparkleAppcastItemsKeepFeedOrderAndEnclosureAttributes)
+TEST(RSS, rssAtomAndRdfFeedsOfferTheirItemsUnderRss2Names)
 {
-    const RSS feed(sample(u"appcast.xml"_s), true);
-    ASSERT_TRUE(feed.isValid()) << feed.errorString().toStdString();
-    expectTexts(feed.headerItems(), {{"title", u"Sound Lab Changelog"_s}, {"language", u"en"_s}});
-    ASSERT_EQ(feed.newsItems().size(), 2);
-    expectTexts(item(feed, 0),
+    const RSS appcast(sample("appcast.xml"), true);
+    ASSERT_TRUE(appcast.isValid()) << appcast.errorString().toStdString();
+    expectTexts(appcast.headerItems(),
+                {{"title", u"Sound Lab Changelog"_s}, {"language", u"en"_s}});
+    ASSERT_EQ(appcast.newsItems().size(), 2);
+    expectTexts(item(appcast, 0),
                 {{"title", u"Sound Lab 2.5.1"_s},
                  {"description",
                   u"<ul><li>Fixes a crash when <b>closing</b> the mixer &amp; more.</li></ul>"_s},
@@ -50,61 +51,54 @@ TEST(RSS, sparkleAppcastItemsKeepFeedOrderAndEnclosureAttributes)
         {"length", "18475212"},
         {"type", "application/octet-stream"},
     };
-    EXPECT_EQ(item(feed, 0).value("enclosure").toMap(), enclosure);
-    expectTexts(item(feed, 1), {{"dc:date", u"2009-01-20T09:30:00Z"_s},
-                                {"pubDate", u"Tue, 20 Jan 2009 09:30:00 +0000"_s}});
-    EXPECT_EQ(item(feed, 1).value("enclosure").toMap().value("sparkle:version"), "2500");
-}
+    EXPECT_EQ(item(appcast, 0).value("enclosure").toMap(), enclosure);
+    expectTexts(item(appcast, 1), {{"dc:date", u"2009-01-20T09:30:00Z"_s},
+                                   {"pubDate", u"Tue, 20 Jan 2009 09:30:00 +0000"_s}});
 
-TEST(RSS, withoutNormalizationValuesStayAsWritten)
-{
-    const RSS feed(sample(u"appcast.xml"_s), false);
-    ASSERT_EQ(feed.newsItems().size(), 2);
-    EXPECT_TRUE(item(feed, 0).value("description").toString().startsWith("\n        <ul>"));
-    EXPECT_FALSE(item(feed, 1).contains("pubDate"));
-
-    const QVariantMap entry = item(RSS(sample(u"atom.xml"_s), false), 0);
-    EXPECT_EQ(entry.value("link").toMap().value("rel"), "enclosure");
-    EXPECT_FALSE(entry.contains("description"));
-    EXPECT_EQ(entry.value("title"), "  Recording your first loop  ");
-}
-
-TEST(RSS, atomEntriesAreOfferedUnderRss2Names)
-{
-    const RSS feed(sample(u"atom.xml"_s), true);
-    ASSERT_TRUE(feed.isValid()) << feed.errorString().toStdString();
-    expectTexts(feed.headerItems(), {{"title", u"Sound Lab Tutorials"_s},
+    const RSS atom(sample("atom.xml"), true);
+    ASSERT_TRUE(atom.isValid()) << atom.errorString().toStdString();
+    expectTexts(atom.headerItems(), {{"title", u"Sound Lab Tutorials"_s},
                                      {"description", u"Videos and lessons"_s},
                                      {"link", u"https://support.example.com/tutorials/"_s},
                                      {"pubDate", u"Sun, 01 Feb 2009 12:00:00 +0000"_s}});
-    ASSERT_EQ(feed.newsItems().size(), 2);
-    expectTexts(item(feed, 0),
+    ASSERT_EQ(atom.newsItems().size(), 2);
+    expectTexts(item(atom, 0),
                 {{"title", u"Recording your first loop"_s},
                  {"link", u"https://support.example.com/tutorials/loop.html"_s},
                  {"guid", u"urn:uuid:1225c695-cfb8-4ebb-aaaa-80da344efa6a"_s},
                  {"pubDate", u"Sat, 31 Jan 2009 08:15:30 +0100"_s},
                  {"description", u"<div><p>Press <em>Record</em> &amp; play.</p></div>"_s}});
-    EXPECT_EQ(item(feed, 0).value("author").toMap().value("name"), u"Zoë Ångström"_s);
-    expectTexts(item(feed, 1), {{"description", u"<p>Levels and panning</p>"_s},
+    EXPECT_EQ(item(atom, 0).value("author").toMap().value("name"), u"Zoë Ångström"_s);
+    expectTexts(item(atom, 1), {{"description", u"<p>Levels and panning</p>"_s},
                                 {"link", u"https://support.example.com/tutorials/mixing.html"_s},
                                 {"pubDate", u"Sat, 10 Jan 2009 10:00:00 +0000"_s}});
+
+    // RSS 1.0 items stand beside the channel.
+    const RSS rdf(sample("rss10.xml"), true);
+    EXPECT_EQ(rdf.headerItems().value("title"), "Velmora News");
+    ASSERT_EQ(rdf.newsItems().size(), 1);
+    expectTexts(item(rdf, 0), {{"title", u"New plug-ins"_s},
+                               {"c:encoded", u"<p>Three new <i>effects</i>.</p>"_s},
+                               {"description", u"<p>Three new <i>effects</i>.</p>"_s},
+                               {"pubDate", u"Sun, 01 Mar 2009 10:00:00 +0200"_s}});
 }
 
-TEST(RSS, rss10ItemsBesideTheChannelAreRead)
+TEST(RSS, withoutNormalizationValuesStayAsWritten)
 {
-    const RSS feed(sample(u"rss10.xml"_s), true);
-    ASSERT_TRUE(feed.isValid()) << feed.errorString().toStdString();
-    EXPECT_EQ(feed.headerItems().value("title"), "Velmora News");
-    ASSERT_EQ(feed.newsItems().size(), 1);
-    expectTexts(item(feed, 0), {{"title", u"New plug-ins"_s},
-                                {"c:encoded", u"<p>Three new <i>effects</i>.</p>"_s},
-                                {"description", u"<p>Three new <i>effects</i>.</p>"_s},
-                                {"pubDate", u"Sun, 01 Mar 2009 10:00:00 +0200"_s}});
+    const RSS feed(sample("appcast.xml"), false);
+    ASSERT_EQ(feed.newsItems().size(), 2);
+    EXPECT_TRUE(item(feed, 0).value("description").toString().startsWith("\n        <ul>"));
+    EXPECT_FALSE(item(feed, 1).contains("pubDate"));
+
+    const QVariantMap entry = item(RSS(sample("atom.xml"), false), 0);
+    EXPECT_EQ(entry.value("link").toMap().value("rel"), "enclosure");
+    EXPECT_FALSE(entry.contains("description"));
+    EXPECT_EQ(entry.value("title"), "  Recording your first loop  ");
 }
 
 TEST(RSS, unreadableFeedsGiveNoItemsAndAWarning)
 {
-    const QByteArray appcast = sample(u"appcast.xml"_s);
+    const QByteArray appcast = sample("appcast.xml");
     const std::pair<const char *, QByteArray> inputs[] = {
         {"empty", QByteArray()},
         {"plain text", "Service temporarily unavailable"},
@@ -126,25 +120,24 @@ TEST(RSS, unreadableFeedsGiveNoItemsAndAWarning)
 
 TEST(RSS, fetchesOnWorkerThreadWithUserAgent)
 {
-    const QByteArray appcast = sample(u"appcast.xml"_s);
+    const QByteArray appcast = sample("appcast.xml");
     QKTestHttpServer server([&](const QKTestHttpServer::Request &request) {
         using Response = QKTestHttpServer::Response;
         if (request.path.startsWith("/appcast.php"))
-            return Response{200, appcast, {{"Content-Type", "application/rss+xml"}}, {}};
+            return Response{200, appcast, {{"Content-Type", "application/rss+xml"}}};
         if (request.path == "/drop")
             return Response{0, {}, {}, Response::Action::Drop};
-        return Response{404, "<?xml version=\"1.0\"?><rss><channel/></rss>", {}, {}};
+        return Response{404, "<?xml version=\"1.0\"?><rss><channel/></rss>"};
     });
     const QString userAgent = u"Sound Lab/2510 (Linux) Sparkle/1.0"_s;
 
     std::optional<RSS> fetched, missing, dropped;
-    std::thread loader([&] {
+    std::thread([&] {
         fetched.emplace(server.url("/appcast.php?titleCode=soundlab&titleVersion=2"), true,
                         userAgent);
         missing.emplace(server.url("/nothing.xml"), true, userAgent);
         dropped.emplace(server.url("/drop"), true, QString());
-    });
-    loader.join();
+    }).join();
 
     ASSERT_TRUE(fetched->isValid()) << fetched->errorString().toStdString();
     EXPECT_EQ(fetched->newsItems().size(), 2);
