@@ -25,7 +25,7 @@ public:
     {
         QByteArray method, path;
         Headers headers;
-        QByteArray body;
+        QByteArray body = {};
 
         /** The value of header @p name (compared without case); empty when absent. */
         QByteArray header(const QByteArray &name) const
@@ -40,14 +40,12 @@ public:
 
     struct Response
     {
-        /** Drop closes the connection without an answer; Hang never answers. */
-        enum class Action { Answer, Drop, Hang };
-
         int status = 200;
-        QByteArray body;
+        QByteArray body = {};
         Headers headers = {};
-        Action action = Action::Answer;
     };
+    /** Statuses that close the connection without an answer, or never answer. */
+    static constexpr int Drop = -1, Hang = -2;
 
     using Handler = std::function<Response(const Request &)>;
 
@@ -117,9 +115,9 @@ private:
                 m_requests.append(request);
             }
             const Response response = m_handler(request);
-            if (response.action == Response::Action::Drop)
+            if (response.status == Drop)
                 socket->abort();
-            if (response.action != Response::Action::Answer)
+            if (response.status < 0)
                 return;
             // Clients read the status code, not the phrase after it.
             QByteArray head =

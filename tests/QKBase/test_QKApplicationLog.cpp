@@ -56,6 +56,17 @@ protected:
         log->log(level, &context, message);
     }
 
+    /** The rules as "domain threshold on|off". */
+    QStringList rules() const
+    {
+        QStringList list;
+        for (const QKApplicationLogRule *rule : log->_rules())
+            list << u"%1 %2 %3"_s.arg(rule->domain())
+                        .arg(rule->threshold())
+                        .arg(rule->active() ? u"on" : u"off");
+        return list;
+    }
+
     QKApplicationLog *log = restart();
 };
 
@@ -111,29 +122,23 @@ TEST_F(QKApplicationLogTest, settingsPersistButRuleEditsOnlyAfterUpdateDefaults)
     log = restart();
     EXPECT_FALSE(log->_active());
     EXPECT_EQ(log->_defaultThreshold(), 2u);
-    ASSERT_EQ(log->_rules().size(), 2);
-    QKApplicationLogRule *rule = log->_rules().last();
-    EXPECT_EQ(rule->domain(), u"QKRemoteControl"_s);
+    EXPECT_EQ(rules(), QStringList({u"HDSupport 0 on"_s, u"QKRemoteControl 0 on"_s}));
 
     for (bool update : {false, true}) {
-        rule->setThreshold(QKApplicationLog::Error);
-        rule->setActive(false);
+        log->_rules().last()->setThreshold(QKApplicationLog::Error);
+        log->_rules().last()->setActive(false);
         if (update)
             log->_updateDefaults();
         log = restart();
-        rule = log->_rules().last();
-        EXPECT_EQ(rule->threshold(), update ? 4u : 0u);
-        EXPECT_EQ(rule->active(), !update);
+        EXPECT_EQ(rules().last(), update ? u"QKRemoteControl 4 off"_s : u"QKRemoteControl 0 on"_s);
     }
 
     // Setting a known domain again changes its rule rather than adding one.
     log->_setThreshold(QKApplicationLog::Warning, u"QKRemoteControl"_s);
-    EXPECT_EQ(log->_rules().size(), 2);
-    EXPECT_EQ(rule->threshold(), 3u);
-    log->_removeRule(rule);
+    EXPECT_EQ(rules(), QStringList({u"HDSupport 0 on"_s, u"QKRemoteControl 3 off"_s}));
+    log->_removeRule(log->_rules().last());
     log = restart();
-    ASSERT_EQ(log->_rules().size(), 1);
-    EXPECT_EQ(log->_rules().first()->domain(), u"HDSupport"_s);
+    EXPECT_EQ(rules(), QStringList{u"HDSupport 0 on"_s});
 }
 
 TEST_F(QKApplicationLogTest, storedSettingsOfTheWrongTypeFallBackToTheDefaults)
@@ -154,15 +159,12 @@ TEST_F(QKApplicationLogTest, storedSettingsOfTheWrongTypeFallBackToTheDefaults)
     log = restart();
     EXPECT_TRUE(log->_active());
     EXPECT_EQ(log->_defaultThreshold(), 3u);
-    ASSERT_EQ(log->_rules().size(), 1);
-    EXPECT_EQ(log->_rules().first()->domain(), u"Good"_s);
-    EXPECT_EQ(log->_rules().first()->threshold(), 1u);
-    EXPECT_TRUE(log->_rules().first()->active());
+    EXPECT_EQ(rules(), QStringList{u"Good 1 on"_s});
 
     defaults->setObject(QVariantMap{{"domain", "Good"}}, u"QKApplicationLog Rules"_s);
     defaults->setObject(-1, u"QKApplicationLog Default Threshold"_s);
     log = restart();
-    EXPECT_TRUE(log->_rules().isEmpty());
+    EXPECT_TRUE(rules().isEmpty());
     EXPECT_EQ(log->_defaultThreshold(), 3u);
 }
 

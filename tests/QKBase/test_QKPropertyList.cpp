@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTimeZone>
+
 #include <bit>
 #include <clocale>
 #include <csignal>
@@ -144,14 +145,8 @@ TEST_P(PropertyListFormats, truncatedOrCorruptedDataGivesAnError)
         QString error;
         const QVariant value = QKPropertyList::fromData(data.left(length), &error);
         // libplist forgives a missing "</plist>"; nothing may be lost though.
-        if (value.isValid()) {
-            EXPECT_EQ(json(value), json(tree));
-        } else {
-            EXPECT_FALSE(error.isEmpty());
-        }
-        if (GetParam() == Format::Binary || length < data.lastIndexOf("</dict>")) {
-            EXPECT_FALSE(value.isValid());
-        }
+        const bool forgivable = GetParam() == Format::Xml && length >= data.lastIndexOf("</dict>");
+        EXPECT_TRUE(value.isValid() ? forgivable && json(value) == json(tree) : !error.isEmpty());
     }
 
     QRandomGenerator random(20240229);

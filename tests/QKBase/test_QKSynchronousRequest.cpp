@@ -24,9 +24,9 @@ Response route(const QKTestHttpServer::Request &request)
     if (request.path == "/moved")
         return {302, {}, {{"Location", "/feed"}}};
     if (request.path == "/drop")
-        return {0, {}, {}, Response::Action::Drop};
+        return {QKTestHttpServer::Drop};
     if (request.path == "/hang")
-        return {0, {}, {}, Response::Action::Hang};
+        return {QKTestHttpServer::Hang};
     return {200, "posted " + QByteArray::number(request.body.size())};
 }
 

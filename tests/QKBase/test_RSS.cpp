@@ -126,7 +126,7 @@ TEST(RSS, fetchesOnWorkerThreadWithUserAgent)
         if (request.path.startsWith("/appcast.php"))
             return Response{200, appcast, {{"Content-Type", "application/rss+xml"}}};
         if (request.path == "/drop")
-            return Response{0, {}, {}, Response::Action::Drop};
+            return Response{QKTestHttpServer::Drop};
         return Response{404, "<?xml version=\"1.0\"?><rss><channel/></rss>"};
     });
     const QString userAgent = u"Sound Lab/2510 (Linux) Sparkle/1.0"_s;
