@@ -251,21 +251,6 @@ TEST_F(QKApplicationLogTest, unwritableOrDeletedLogFileIsRecovered)
     EXPECT_EQ(loggedMessages(), QStringList{u"fourth"_s});
 }
 
-TEST_F(QKApplicationLogTest, copiesWrittenWarningsToStderrWhenAsked)
-{
-    qputenv("QK_LOG_TO_STDERR", "1");
-    log = restart();
-    qunsetenv("QK_LOG_TO_STDERR");
-    log->_setThreshold(QKApplicationLog::Info);
-
-    MessageCapture capture;
-    logAt(QKApplicationLog::Info, u"quiet"_s);
-    logAt(QKApplicationLog::Error, u"loud"_s);
-    ASSERT_EQ(capture.messages().size(), 1);
-    EXPECT_EQ(capture.messages().first().section(u'\t', 6), u"loud"_s);
-    EXPECT_EQ(loggedMessages(), QStringList({u"quiet"_s, u"loud"_s}));
-}
-
 TEST_F(QKApplicationLogTest, aLogPastItsLimitKeepsItsNewestWholeEntries)
 {
     // 64 KB entries with a continuation line each: 200 of them pass the 8 MB limit.
