@@ -1,48 +1,50 @@
 #pragma once
 
+// Helpers shared by the diagnostics tests.
+
+#include "QKApplicationLog.h"
+#include "QKTestEnvironment.h"
+
 #include <QByteArray>
 #include <QList>
-#include <QMap>
 #include <QProcess>
 #include <QString>
 
 #include <utility>
 
-/** Helpers shared by the diagnostics tests. */
 namespace DiagnosticsTest {
+
+using Entries = QList<std::pair<QString, QByteArray>>;
 
 /** The entries of a zip archive, in archive order, read with Python's zipfile module;
  *  empty when the archive cannot be read. */
-QList<std::pair<QString, QByteArray>> zipEntries(const QString &archivePath);
+inline Entries zipEntries(const QString &archivePath)
+{
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+                 {QStringLiteral("-c"),
+                  QStringLiteral("import base64, sys, zipfile\n"
+                                 "with zipfile.ZipFile(sys.argv[1]) as archive:\n"
+                                 "    for entry in archive.infolist():\n"
+                                 "        print(entry.filename + '\\t' + "
+                                 "base64.b64encode(archive.read(entry)).decode())\n"),
+                  archivePath});
+    if (!python.waitForFinished(30000) || python.exitCode() != 0)
+        return {};
+    Entries entries;
+    for (const QByteArray &line : python.readAllStandardOutput().split('\n')) {
+        const qsizetype tab = line.indexOf('\t');
+        if (tab > 0)
+            entries.append(
+                {QString::fromUtf8(line.left(tab)), QByteArray::fromBase64(line.mid(tab + 1))});
+    }
+    return entries;
+}
 
 /** The application log written so far. */
-QByteArray debugLog();
-
-/** Writes an executable shell script. */
-bool writeScript(const QString &path, const QByteArray &body);
-
-/** One element of an XML document: its name, attributes and own text. */
-struct XmlElement
+inline QByteArray debugLog()
 {
-    QString name;
-    QMap<QString, QString> attributes;
-    QString text;
-};
-
-/** Every element of @p xml in document order; @p wellFormed tells whether it parsed. */
-QList<XmlElement> xmlElements(const QByteArray &xml, bool *wellFormed);
-
-/** How a child run of this test program ended. */
-struct ChildRun
-{
-    QProcess::ExitStatus exitStatus = QProcess::NormalExit;
-    int exitCode = -1; // the signal number after a crash
-    qint64 pid = 0;
-    QByteArray output;
-};
-
-/** Runs this test program again as a child that installs the crash reporter and then
- *  crashes as @p mode says (see CrashChild.cpp), with this test's HOME. */
-ChildRun runCrashChild(const QString &mode, const QString &markerPath = QString());
+    return QKTestEnvironment::readAll(QKApplicationLog::sharedLog()->logFilePath());
+}
 
 } // namespace DiagnosticsTest

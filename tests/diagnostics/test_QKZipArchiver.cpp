@@ -1,54 +1,41 @@
 #include "DiagnosticsTestSupport.h"
 
-#include "QKTestEnvironment.h"
 #include "QKZipArchiver.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QRandomGenerator>
 
 #include <gtest/gtest.h>
 
 using namespace DiagnosticsTest;
-using Entries = QList<std::pair<QString, QByteArray>>;
+using QKTestEnvironment::homeFile;
 
 namespace {
 
-QString homeFile(const char *name)
+QString write(const QString &name, const QByteArray &contents)
 {
-    return QKTestEnvironment::homeFile(QString::fromUtf8(name));
+    EXPECT_TRUE(QKTestEnvironment::writeAll(homeFile(name), contents)) << name.toStdString();
+    return homeFile(name);
 }
 
 } // namespace
 
-TEST(QKZipArchiver, zipsEveryPathInOrderUnderItsOwnName)
+TEST(QKZipArchiver, zipsEveryPathInOrderUnderItsOwnNameAndSkipsVanishedOnes)
 {
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("b/second.log"), "second"));
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("a/first.txt"), "first"));
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("a/inner/third.crash"), "third"));
-    const QString archive = homeFile("out/archive.zip");
-    ASSERT_TRUE(QDir().mkpath(homeFile("out")));
-
-    ASSERT_TRUE(QKZipArchiver::zipPaths(
-        {homeFile("b/second.log"), homeFile("a/first.txt"), homeFile("a/inner")}, archive));
-    // Folders are taken whole; no entry keeps its folder.
-    EXPECT_EQ(zipEntries(archive), Entries({{QStringLiteral("second.log"), "second"},
-                                            {QStringLiteral("first.txt"), "first"},
-                                            {QStringLiteral("third.crash"), "third"}}));
-}
-
-TEST(QKZipArchiver, vanishedPathsAreSkippedAndALeftoverArchiveIsReplaced)
-{
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("one.txt"), "1"));
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("three.txt"), "3"));
+    const QString second = write("b/second.log", "second");
+    const QString first = write("a/first.txt", "first");
+    write("a/inner/third.crash", "third");
     const QString archive = homeFile("attachments.zip");
-    ASSERT_TRUE(QKZipArchiver::zipPaths(
-        {homeFile("one.txt"), homeFile("gone.txt"), homeFile("three.txt")}, archive));
-    EXPECT_EQ(zipEntries(archive),
-              Entries({{QStringLiteral("one.txt"), "1"}, {QStringLiteral("three.txt"), "3"}}));
+    ASSERT_TRUE(QKZipArchiver::zipPaths({second, homeFile("gone.txt"), first, homeFile("a/inner")},
+                                        archive));
+    // Folders are taken whole; no entry keeps its folder.
+    EXPECT_EQ(
+        zipEntries(archive),
+        Entries({{"second.log", "second"}, {"first.txt", "first"}, {"third.crash", "third"}}));
 
-    ASSERT_TRUE(QKZipArchiver::zipPaths({homeFile("three.txt")}, archive));
-    EXPECT_EQ(zipEntries(archive), Entries({{QStringLiteral("three.txt"), "3"}}));
+    // A leftover archive is replaced, not added to.
+    ASSERT_TRUE(QKZipArchiver::zipPaths({first}, archive));
+    EXPECT_EQ(zipEntries(archive), Entries({{"first.txt", "first"}}));
 
     // With nothing left to archive there is no archive, not the previous one.
     EXPECT_FALSE(QKZipArchiver::zipPaths({homeFile("gone.txt")}, archive));
@@ -57,12 +44,11 @@ TEST(QKZipArchiver, vanishedPathsAreSkippedAndALeftoverArchiveIsReplaced)
 
 TEST(QKZipArchiver, unwritableDestinationGivesNoArchiveAndALogEntry)
 {
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("debug.log"), "entries"));
     // A plain file stands where the archive's folder should be.
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("blocked"), "a file"));
+    write("blocked", "a file");
     const QString archive = homeFile("blocked/debug_log.zip");
 
-    EXPECT_FALSE(QKZipArchiver::zipPaths({homeFile("debug.log")}, archive));
+    EXPECT_FALSE(QKZipArchiver::zipPaths({write("debug.log", "entries")}, archive));
     EXPECT_FALSE(QFileInfo::exists(archive));
     const QByteArray log = debugLog();
     EXPECT_TRUE(log.contains("/usr/bin/zip did not produce " + archive.toUtf8()))
@@ -77,8 +63,6 @@ TEST(QKZipArchiver, deflatesWhatShrinksStoresWhatDoesNotAndIgnoresTheUsersZipOpt
     QByteArray noise(256 * 1024, Qt::Uninitialized);
     QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(noise.data()),
                                   noise.size() / sizeof(quint32));
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("session.log"), log));
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("take1.raw"), noise));
     // The first entry's compression method, from its local header: 0 stored, 8 deflated.
     const auto firstMethod = [](const QString &archive) {
         const QByteArray bytes = QKTestEnvironment::readAll(archive);
@@ -88,13 +72,13 @@ TEST(QKZipArchiver, deflatesWhatShrinksStoresWhatDoesNotAndIgnoresTheUsersZipOpt
     qputenv("ZIPOPT", "-0");
     const QString logArchive = homeFile("debug_log.zip");
     const QString noiseArchive = homeFile("attachments.zip");
-    const bool zippedLog = QKZipArchiver::zipPaths({homeFile("session.log")}, logArchive);
-    const bool zippedNoise = QKZipArchiver::zipPaths({homeFile("take1.raw")}, noiseArchive);
+    const bool zippedLog = QKZipArchiver::zipPaths({write("session.log", log)}, logArchive);
+    const bool zippedNoise = QKZipArchiver::zipPaths({write("take1.raw", noise)}, noiseArchive);
     qunsetenv("ZIPOPT");
     ASSERT_TRUE(zippedLog && zippedNoise);
 
     EXPECT_EQ(firstMethod(logArchive), 8);
     EXPECT_EQ(firstMethod(noiseArchive), 0);
-    EXPECT_EQ(zipEntries(logArchive), Entries({{QStringLiteral("session.log"), log}}));
-    EXPECT_EQ(zipEntries(noiseArchive), Entries({{QStringLiteral("take1.raw"), noise}}));
+    EXPECT_EQ(zipEntries(logArchive), Entries({{"session.log", log}}));
+    EXPECT_EQ(zipEntries(noiseArchive), Entries({{"take1.raw", noise}}));
 }

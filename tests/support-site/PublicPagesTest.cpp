@@ -1,4 +1,3 @@
-#include "QKSupportSiteProcess.h"
 #include "QKTestEnvironment.h"
 #include "SiteClient.h"
 
@@ -21,16 +20,7 @@ QStringList versions(const RSS &feed)
     return list;
 }
 
-class PublicPages : public ::testing::Test
-{
-protected:
-    void SetUp() override { ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString(); }
-
-    SiteResponse get(const QString &path) { return SiteClient::get(site.baseURL() + path); }
-    RSS feed(const QString &path) { return RSS(get(path).body, false); }
-
-    QKSupportSiteProcess site{QKSupportSiteProcess::Environment::Keep};
-};
+using PublicPages = SiteTest;
 
 } // namespace
 
@@ -38,27 +28,29 @@ TEST_F(PublicPages, appcastsListBetaItemsOnlyInTheTestingFeed)
 {
     const QStringList releases{"3001", "3000", "2402"};
     const QStringList betas{"3102", "3101", "3001", "3000", "2402"};
-    const SiteResponse release =
-        get("/appcast.php?titleCode=slab&titleVersion=3&testing=0&style=appcast");
-    ASSERT_EQ(release.status, 200);
-    EXPECT_EQ(release.contentType, "application/rss+xml");
-    EXPECT_TRUE(release.body.contains(
-        "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\""));
-    const RSS releaseFeed(release.body, false);
-    EXPECT_EQ(releaseFeed.headerItems().value("title"), "Sound Lab Changelog");
-    EXPECT_EQ(versions(releaseFeed), releases);
-    EXPECT_EQ(versions(feed("/appcasts/slab/3/index.xml")), releases);
-    EXPECT_EQ(versions(feed("/users/beta/appcasts/slab/3/index.php")), betas);
+    const std::pair<const char *, QStringList> feeds[] = {
+        {"/appcast.php?titleCode=slab&titleVersion=3&testing=0&style=appcast", releases},
+        {"/appcasts/slab/3/index.xml", releases},
+        {"/users/beta/appcasts/slab/3/index.php", betas},
+        {"/appcast.php?titleCode=slab&titleVersion=3&testing=1&style=appcast", betas},
+        // Unknown titles have an empty feed.
+        {"/appcast.php?titleCode=nope&titleVersion=3&testing=1", {}},
+        {"/appcasts/nope/1/index.xml", {}},
+    };
+    for (const auto &[path, expected] : feeds) {
+        SCOPED_TRACE(path);
+        const SiteResponse response = get(QString::fromLatin1(path));
+        EXPECT_EQ(response.status, 200);
+        EXPECT_EQ(response.contentType, "application/rss+xml");
+        EXPECT_TRUE(response.body.contains(
+            "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\""));
+        const RSS feed(response.body, false);
+        EXPECT_TRUE(feed.isValid());
+        EXPECT_EQ(versions(feed), expected);
+    }
 
-    const RSS testing = feed("/appcast.php?titleCode=slab&titleVersion=3&testing=1&style=appcast");
-    ASSERT_EQ(versions(testing), betas);
-    EXPECT_EQ(testing.newsItems()
-                  .first()
-                  .toMap()
-                  .value("enclosure")
-                  .toMap()
-                  .value("sparkle:shortVersionString"),
-              "3.1b2");
+    const RSS testing(get(QString::fromLatin1(feeds[3].first)).body, false);
+    EXPECT_EQ(testing.headerItems().value("title"), "Sound Lab Changelog");
     QDateTime previous;
     for (const QVariant &item : testing.newsItems()) {
         const QDateTime date =
@@ -69,33 +61,15 @@ TEST_F(PublicPages, appcastsListBetaItemsOnlyInTheTestingFeed)
     }
     // Enclosures point back at the site, with their true length.
     const QVariantMap enclosure = testing.newsItems().first().toMap().value("enclosure").toMap();
+    EXPECT_EQ(enclosure.value("sparkle:shortVersionString"), "3.1b2");
     const SiteResponse download = SiteClient::get(enclosure.value("url").toString());
     EXPECT_EQ(download.body.size(), enclosure.value("length").toLongLong());
     EXPECT_TRUE(download.body.startsWith("\x1f\x8b")) << "a gzip archive";
-
-    for (const char *path :
-         {"/appcast.php?titleCode=nope&titleVersion=3&testing=1", "/appcasts/nope/1/index.xml"}) {
-        SCOPED_TRACE(path);
-        const SiteResponse response = get(QString::fromLatin1(path));
-        EXPECT_EQ(response.status, 200);
-        const RSS empty(response.body, false);
-        EXPECT_TRUE(empty.isValid());
-        EXPECT_TRUE(empty.newsItems().isEmpty());
-    }
 }
 
-TEST_F(PublicPages, manualVersionsManualsAndTutorials)
+// Manual versions are read end to end with the help desk.
+TEST_F(PublicPages, manualsAndTutorials)
 {
-    const QVariantMap soundLab =
-        QKPropertyList::fromData(get("/manual_version.php?appCode=slab&version=3").body).toMap();
-    EXPECT_EQ(soundLab.value("version"), "3.0.1");
-    EXPECT_EQ(soundLab.value("published"), "Sat, 02 Mar 2024 04:05:00 +0000");
-    // 22:15:30 has no AM/PM marker in this form, only the 12-hour clock.
-    EXPECT_EQ(QKPropertyList::fromData(get("/manual_version.php?appCode=tsth&version=2").body)
-                  .toMap()
-                  .value("published"),
-              "Mon, 02 Oct 2023 10:15:30 +0000");
-
     const QByteArray pdf = QKTestEnvironment::readAll(
         QDir(site.dataPath()).filePath("titles/slab/3/manuals/pdf/SoundLab_3.x_Manual.pdf"));
     ASSERT_TRUE(pdf.startsWith("%PDF-"));
@@ -116,7 +90,6 @@ TEST_F(PublicPages, manualVersionsManualsAndTutorials)
               group.value("published").toString())
         << "a group with an older date has a newer child";
     const QVariantMap drums = tutorials.at(1).toMap();
-    EXPECT_EQ(drums.value("title"), "Recording Drums");
     EXPECT_EQ(drums.value("published"), "2024-03-10 14:00:00 -0500");
     EXPECT_TRUE(SiteClient::get(drums.value("streamURL").toString())
                     .body.contains("<h1>Recording Drums</h1>"));

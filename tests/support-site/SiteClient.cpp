@@ -59,3 +59,26 @@ QVariant SiteClient::helpDesk(const QByteArray &xml, bool list)
     parser->setRootClass(list ? QKXMLParser::RootClass::Array : QKXMLParser::RootClass::Dictionary);
     return parser->objectForData(xml);
 }
+
+MultipartBody newRequest(const QString &body, const QString &email)
+{
+    return MultipartBody({{"action", "new"},
+                          {"sFirstName", "Zoë"},
+                          {"sLastName", "Ødegård-Núñez"},
+                          {"sEmail", email},
+                          {"sPhone", "+47 22 00 00 00"},
+                          {"xCategory", "3"},
+                          {"fUrgent", "1"},
+                          {"Custom1", "Sound Lab"},
+                          {"Custom3", "3.1b2"},
+                          {"Custom4", "1"},
+                          {"tBody", body}});
+}
+
+QVariant SiteTest::ok(const MultipartBody &form, bool list)
+{
+    const SiteResponse response = api(form);
+    EXPECT_EQ(response.status, 200) << response.body.toStdString();
+    EXPECT_TRUE(response.body.startsWith("<?xml"));
+    return SiteClient::helpDesk(response.body, list);
+}

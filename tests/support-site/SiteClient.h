@@ -1,19 +1,20 @@
 #pragma once
 
+#include "QKSupportSiteProcess.h"
 #include "QKTestPrinters.h"
 
 #include <QByteArray>
 #include <QString>
 #include <QVariant>
 
+#include <gtest/gtest.h>
+
 /** One HTTP exchange as the tests look at it. */
 struct SiteResponse
 {
-    /** The HTTP status; 0 when no reply came. */
-    int status = 0;
+    int status = 0; // 0 when no reply came
     QByteArray contentType;
-    /** The Content-Length header; -1 when absent. */
-    qint64 contentLength = -1;
+    qint64 contentLength = -1; // -1 when absent
     QByteArray body;
 };
 
@@ -24,18 +25,15 @@ struct SiteResponse
 class MultipartBody
 {
 public:
-    /** A body of text fields, in order. */
     MultipartBody(std::initializer_list<std::pair<const char *, QString>> fields = {})
     {
         for (const auto &[name, value] : fields)
             field(QString::fromUtf8(name), value);
     }
-
     /** Adds a text field (UTF-8). */
     MultipartBody &field(const QString &name, const QString &value);
 
     QByteArray contentType() const { return "multipart/form-data; boundary=" + boundary; }
-    /** The body with its close delimiter. */
     QByteArray body() const { return m_parts + "--" + boundary + "--\r\n"; }
 
     const QByteArray boundary = "qk-test-boundary-7MA4YWxkTrZu0gW";
@@ -49,10 +47,6 @@ namespace SiteClient {
 
 SiteResponse get(const QString &url);
 SiteResponse post(const QString &url, const QByteArray &contentType, const QByteArray &body);
-inline SiteResponse post(const QString &url, const MultipartBody &form)
-{
-    return post(url, form.contentType(), form.body());
-}
 
 /**
  * A help desk reply as the support pane reads it: "request", "history_events" and
@@ -63,3 +57,27 @@ inline SiteResponse post(const QString &url, const MultipartBody &form)
 QVariant helpDesk(const QByteArray &xml, bool list = false);
 
 } // namespace SiteClient
+
+/** A complete "new" form, as the support pane sends it. */
+MultipartBody newRequest(const QString &body, const QString &email = u"zoe@example.com"_s);
+
+/** A test against its own site, which leaves the library's environment alone. */
+class SiteTest : public ::testing::Test
+{
+protected:
+    void SetUp() override { ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString(); }
+
+    SiteResponse get(const QString &path) { return SiteClient::get(site.baseURL() + path); }
+    SiteResponse api(const MultipartBody &form)
+    {
+        return SiteClient::post(site.helpDeskAPIURL(), form.contentType(), form.body());
+    }
+    /** The reply to @p form, which must succeed; with @p list a list reply. */
+    QVariant ok(const MultipartBody &form, bool list = false);
+    QVariantList listRequests(const QString &email, const QString &trash = u"0"_s)
+    {
+        return ok({{"action", "list"}, {"sEmail", email}, {"fTrash", trash}}, true).toList();
+    }
+
+    QKSupportSiteProcess site{QKSupportSiteProcess::Environment::Keep};
+};

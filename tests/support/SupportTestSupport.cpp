@@ -1,28 +1,15 @@
 #include "SupportTestSupport.h"
 
-#include "QKHelpDesk.h"
 #include "QKHelpDeskAttachFilesPanel.h"
-#include "QKHelpDeskProgressPanel.h"
 #include "QKSupportSite.h"
-#include "QKSupportSiteProcess.h"
 #include "QKSystemProfiler.h"
-#include "QKTestEnvironment.h"
 
-#include <QKAlert.h>
-#include <QKApplicationLog.h>
 #include <QKSynchronousRequest.h>
 
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QNetworkRequest>
-#include <QPlainTextEdit>
 #include <QProcess>
-#include <QPushButton>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTcpSocket>
 #include <QTest>
@@ -31,25 +18,18 @@ namespace SupportTest {
 
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
 {
-    QDeadlineTimer deadline(timeoutMs);
-    while (!condition() && !deadline.hasExpired())
-        QTest::qWait(10);
-    return condition();
+    return QTest::qWaitFor(condition, timeoutMs);
 }
 
 QList<LogEntry> logEntries(const QString &domain)
 {
-    QFile file(QKApplicationLog::sharedLog()->logFilePath());
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
+    const QByteArray log = QKTestEnvironment::readAll(QKApplicationLog::sharedLog()->logFilePath());
     QList<LogEntry> entries;
-    for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'))) {
-        if (line.startsWith(QLatin1Char('\t')) && !entries.isEmpty()) {
-            entries.last().message += QLatin1Char('\n') + line.mid(1);
-            continue;
-        }
+    for (const QString &line : QString::fromUtf8(log).split(QLatin1Char('\n'))) {
         const QStringList fields = line.split(QLatin1Char('\t'));
-        if (fields.size() >= 7)
+        if (line.startsWith(QLatin1Char('\t')) && !entries.isEmpty())
+            entries.last().message += QLatin1Char('\n') + line.mid(1);
+        else if (fields.size() >= 7)
             entries.append({fields[1], fields[2], fields[4], fields[5], fields.mid(6).join('\t')});
     }
     if (!domain.isEmpty())
@@ -63,29 +43,6 @@ QStringList supportLog()
     for (const LogEntry &entry : logEntries(QStringLiteral("HDSupport")))
         lines << entry.level + QStringLiteral(": ") + entry.message;
     return lines;
-}
-
-QKHelpDeskSupport *openSupportPane()
-{
-    qunsetenv("EMAIL");
-    QKApplicationLog::sharedLog()->_setThreshold(QKApplicationLog::Info,
-                                                 QStringLiteral("HDSupport"));
-    QKHelpDesk::startup();
-    QKHelpDesk *desk = QKHelpDesk::helpDesk();
-    QSignalSpy casts(desk, &QKHelpDesk::castsLoaded);
-    QKHelpDesk::openWindow(QStringLiteral("Support"));
-    if (casts.isEmpty() && !casts.wait(60000))
-        return nullptr;
-    QKHelpDeskSupport *pane = desk->supportView();
-    QKSystemProfiler builtIn;
-    builtIn.setProgram(QString());
-    pane->setSystemProfiler(builtIn);
-    return pane;
-}
-
-QKHelpDeskProgressPanel *progressPanel()
-{
-    return QKHelpDesk::helpDesk()->progressPanel();
 }
 
 void submitRequest(QKHelpDeskSupport *pane, const QString &category, const QString &body)
@@ -105,19 +62,25 @@ QString waitForPanelEnd()
     return panel->progressPanelTitle();
 }
 
-QJsonArray inspect(const QKSupportSiteProcess &site, const QString &path)
-{
-    const auto reply = QKSynchronousRequest::get(
-        QNetworkRequest(QUrl(site.baseURL() + QStringLiteral("/inspect/") + path)));
-    return QJsonDocument::fromJson(reply.data).array();
-}
+namespace {
 
-QByteArray documentBytes(const QKSupportSiteProcess &site, qint64 id)
+QByteArray siteGet(const QKSupportSiteProcess &site, const QString &path)
 {
     return QKSynchronousRequest::get(
-               QNetworkRequest(
-                   QUrl(site.baseURL() + QStringLiteral("/inspect/documents/%1").arg(id))))
+               QNetworkRequest(QUrl(site.baseURL() + QStringLiteral("/inspect/") + path)))
         .data;
+}
+
+} // namespace
+
+QJsonArray inspect(const QKSupportSiteProcess &site, const QString &path)
+{
+    return QJsonDocument::fromJson(siteGet(site, path)).array();
+}
+
+QMap<QString, QByteArray> documentEntries(const QKSupportSiteProcess &site, qint64 id)
+{
+    return zipEntries(siteGet(site, QStringLiteral("documents/%1").arg(id)));
 }
 
 QMap<QString, QByteArray> zipEntries(const QByteArray &archive)
@@ -139,24 +102,17 @@ QMap<QString, QByteArray> zipEntries(const QByteArray &archive)
     return entries;
 }
 
+void useOwnTemporaryFolder()
+{
+    const QString temporary = QKTestEnvironment::homeFile(QStringLiteral("tmp"));
+    QDir().mkpath(temporary);
+    qputenv("TMPDIR", QFile::encodeName(temporary));
+}
+
 QString writeFile(const QString &path, const QByteArray &contents)
 {
     const QString absolute = QDir(QKTestEnvironment::homePath()).filePath(path);
     return QKTestEnvironment::writeAll(absolute, contents) ? absolute : QString();
-}
-
-QString writeGatedProfiler(const QString &goFile)
-{
-    const QByteArray go = "'" + QFile::encodeName(goFile) + "'";
-    const QString path = writeFile(
-        QStringLiteral("bin/gated-profiler"),
-        "#!/bin/sh\nprintf '<?xml version=\"1.0\"?><profile>'\nsleep 0.7\nprintf '<part1/>'\n"
-        "i=0\nwhile [ ! -e " +
-            go +
-            " ] && [ $i -lt 1000 ]; do sleep 0.02; i=$((i+1)); done\n"
-            "printf '<part2/></profile>'\n");
-    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    return path;
 }
 
 ScriptedHelpDesk::ScriptedHelpDesk()
@@ -176,7 +132,7 @@ QString ScriptedHelpDesk::url() const
 QStringList ScriptedHelpDesk::steps() const
 {
     QStringList steps;
-    for (const auto &form : m_forms) {
+    for (const auto &form : forms) {
         const QString action = form.value(QStringLiteral("action"));
         steps << (action == u"add_document" ? action + u':' + form.value(QStringLiteral("name"))
                                             : action);
@@ -186,44 +142,27 @@ QStringList ScriptedHelpDesk::steps() const
 
 namespace {
 
-// The fields of a multipart/form-data body as QKMultipartRequest writes it.
-QMap<QString, QString> parseForm(const QByteArray &headers, const QByteArray &body)
+// The fields of a multipart/form-data body.
+QMap<QString, QString> parseForm(const QByteArray &body)
 {
-    const qsizetype at = headers.indexOf("boundary=");
-    const QByteArray boundary = "--" + headers.mid(at + 9, headers.indexOf("\r\n", at) - at - 9);
+    static const QRegularExpression field(QStringLiteral(
+        "name=\"([^\"]+)\"[^\\r\\n]*\\r\\n(?:[^\\r\\n]+\\r\\n)*\\r\\n([\\s\\S]*?)\\r\\n--"));
     QMap<QString, QString> form;
-    qsizetype position = body.indexOf(boundary);
-    while (position >= 0) {
-        const qsizetype start = position + boundary.size() + 2;
-        const qsizetype next = body.indexOf(boundary, start);
-        if (next < 0)
-            break;
-        const QByteArray part = body.mid(start, next - start - 2);
-        const qsizetype split = part.indexOf("\r\n\r\n");
-        const QByteArray header = part.left(split);
-        const qsizetype name = header.indexOf("name=\"") + 6;
-        form.insert(QString::fromUtf8(header.mid(name, header.indexOf('"', name) - name)),
-                    QString::fromUtf8(part.mid(split + 4)));
-        position = next;
-    }
+    for (const QRegularExpressionMatch &match : field.globalMatch(QString::fromUtf8(body)))
+        form.insert(match.captured(1), match.captured(2));
     return form;
 }
 
-ScriptedHelpDesk::Reply defaultReply(const QString &action)
+QByteArray defaultReply(const QString &action)
 {
     if (action == u"categories")
-        return ScriptedHelpDesk::Reply{
-            200, "<?xml version=\"1.0\"?><results><category><xCategory>3</xCategory>"
-                 "<sCategory>Crashes &amp; Bugs</sCategory><fAllowPublicSubmit>1"
-                 "</fAllowPublicSubmit><fDeleted>0</fDeleted></category></results>"};
+        return "<category><xCategory>3</xCategory><sCategory>Crashes &amp; Bugs</sCategory>"
+               "<fAllowPublicSubmit>1</fAllowPublicSubmit><fDeleted>0</fDeleted></category>";
     if (action == u"new" || action == u"update")
-        return ScriptedHelpDesk::Reply{200,
-                                       "<?xml version=\"1.0\"?><results><xRequest>10001</xRequest>"
-                                       "<xRequestHistory>40001</xRequestHistory></results>"};
+        return "<xRequest>10001</xRequest><xRequestHistory>40001</xRequestHistory>";
     if (action == u"add_document")
-        return ScriptedHelpDesk::Reply{
-            200, "<?xml version=\"1.0\"?><results><xDocument>701</xDocument></results>"};
-    return ScriptedHelpDesk::Reply{200, "<?xml version=\"1.0\"?><results></results>"};
+        return "<xDocument>701</xDocument>";
+    return {};
 }
 
 } // namespace
@@ -233,58 +172,56 @@ void ScriptedHelpDesk::serve(QTcpSocket *socket)
     QByteArray &buffer = m_buffers[socket];
     buffer += socket->readAll();
     const qsizetype headerEnd = buffer.indexOf("\r\n\r\n");
-    if (headerEnd < 0)
-        return;
     const QByteArray headers = buffer.left(headerEnd).toLower();
-    const qsizetype length = headers.indexOf("content-length:");
-    const qint64 bodySize = headers.mid(length + 15, headers.indexOf("\r\n", length) - length - 15)
-                                .trimmed()
-                                .toLongLong();
-    if (buffer.size() < headerEnd + 4 + bodySize)
+    const qsizetype length = headers.indexOf("content-length:") + 15;
+    const qint64 bodySize =
+        headers.mid(length, headers.indexOf("\r\n", length) - length).trimmed().toLongLong();
+    if (headerEnd < 0 || buffer.size() < headerEnd + 4 + bodySize)
         return;
-    const QMap<QString, QString> form =
-        parseForm(buffer.left(headerEnd), buffer.mid(headerEnd + 4, bodySize));
+    forms << parseForm(buffer.mid(headerEnd + 4, bodySize));
     m_buffers.remove(socket);
-    m_forms << form;
-    const std::optional<Reply> scripted = m_script ? m_script(form) : std::nullopt;
-    const Reply reply = scripted ? *scripted : defaultReply(form.value(QStringLiteral("action")));
-    if (reply.drop) {
+    std::optional<Reply> reply = script ? script(forms.last()) : std::nullopt;
+    if (!reply)
+        reply = Reply{200, "<?xml version=\"1.0\"?><results>" +
+                               defaultReply(forms.last().value(QStringLiteral("action"))) +
+                               "</results>"};
+    if (reply->drop) {
         socket->abort();
         socket->deleteLater();
         return;
     }
-    socket->write("HTTP/1.1 " + QByteArray::number(reply.status) +
+    socket->write("HTTP/1.1 " + QByteArray::number(reply->status) +
                   " Scripted\r\nContent-Type: text/xml\r\nConnection: close\r\nContent-Length: " +
-                  QByteArray::number(reply.body.size()) + "\r\n\r\n" + reply.body);
+                  QByteArray::number(reply->body.size()) + "\r\n\r\n" + reply->body);
     socket->disconnectFromHost();
     connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
 }
 
-SupportPaneTest::SupportPaneTest(bool scripted)
-{
-    if (scripted)
-        this->scripted = std::make_unique<ScriptedHelpDesk>();
-}
+SupportPaneTest::SupportPaneTest(bool useScripted)
+    : scripted(useScripted ? std::make_unique<ScriptedHelpDesk>() : nullptr)
+{}
 
 SupportPaneTest::~SupportPaneTest() = default;
 
 void SupportPaneTest::SetUp()
 {
-    // The temporary folder is named by the application's code: keep it per test.
-    const QString temporary = QKTestEnvironment::homeFile(QStringLiteral("tmp"));
-    QDir().mkpath(temporary);
-    qputenv("TMPDIR", QFile::encodeName(temporary));
+    useOwnTemporaryFolder();
     site = std::make_unique<QKSupportSiteProcess>();
     ASSERT_TRUE(site->isRunning()) << site->errorString().toStdString();
     if (scripted)
         QKSupportSite::setHelpDeskAPIURL(scripted->url());
-    pane = openSupportPane();
-    ASSERT_NE(pane, nullptr);
-}
-
-void SupportPaneTest::check(const char *box, bool on)
-{
-    paneWidget<QCheckBox>(pane, box)->setChecked(on);
+    qunsetenv("EMAIL");
+    QKApplicationLog::sharedLog()->_setThreshold(QKApplicationLog::Info,
+                                                 QStringLiteral("HDSupport"));
+    QKHelpDesk::startup();
+    QKHelpDesk *desk = QKHelpDesk::helpDesk();
+    QSignalSpy casts(desk, &QKHelpDesk::castsLoaded);
+    QKHelpDesk::openWindow(QStringLiteral("Support"));
+    ASSERT_TRUE(!casts.isEmpty() || casts.wait(60000));
+    pane = desk->supportView();
+    QKSystemProfiler builtIn;
+    builtIn.setProgram(QString());
+    pane->setSystemProfiler(builtIn);
 }
 
 void SupportPaneTest::attach(const QStringList &paths)

@@ -4,16 +4,29 @@
 // the loopback support site, what the site stored, the log, zip contents, and a scripted
 // help desk API for the failures the real site never makes.
 
-#include "QKTestPrinters.h"
+#include "QKHelpDesk.h"
+#include "QKHelpDeskProgressPanel.h"
 #include "QKHelpDeskSupport.h"
+#include "QKSupportSiteProcess.h"
+#include "QKTestEnvironment.h"
+#include "QKTestPrinters.h"
 
-#include <QByteArray>
+#include <QKAlert.h>
+#include <QKApplication.h>
+#include <QKApplicationLog.h>
+#include <QKUserDefaults.h>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
 #include <QHash>
 #include <QJsonArray>
-#include <QList>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMap>
-#include <QString>
-#include <QStringList>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QTcpServer>
 
 #include <gtest/gtest.h>
@@ -22,55 +35,46 @@
 #include <memory>
 #include <optional>
 
-class QKHelpDesk;
-class QKHelpDeskProgressPanel;
-class QKSupportSiteProcess;
-
 namespace SupportTest {
 
 /** Runs the event loop until @p condition holds or @p timeoutMs pass; returns the condition. */
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
 
-/** One entry of the application log. */
 struct LogEntry
 {
-    QString level;
-    QString domain;
-    QString function;
-    QString sender;
-    QString message;
+    QString level, domain, function, sender, message;
 };
 /** The application log's entries so far; only @p domain's when given. */
 QList<LogEntry> logEntries(const QString &domain = QString());
 /** "Info: message" / "Warning: message" for each entry of the "HDSupport" domain. */
 QStringList supportLog();
 
-/** The help desk started as a host starts it, its window open on the support pane with the
- *  categories loaded; the pane logs at info level and uses the built-in system profile. */
-QKHelpDeskSupport *openSupportPane();
-QKHelpDeskProgressPanel *progressPanel();
+inline QKHelpDeskProgressPanel *progressPanel()
+{
+    return QKHelpDesk::helpDesk()->progressPanel();
+}
 
-/** A widget of the support pane (or of its attach-files sheet) by object name. */
-template<typename T> T *paneWidget(QKHelpDeskSupport *pane, const char *name);
+template<typename T> T *paneWidget(QKHelpDeskSupport *pane, const char *name)
+{
+    return pane->findChild<T *>(QString::fromLatin1(name));
+}
 
 /** Fills the new request form (category by title) and clicks Submit. */
 void submitRequest(QKHelpDeskSupport *pane, const QString &category, const QString &body);
-/** Waits until the progress panel shows a final message ("...!") or has closed; returns
- *  the panel's last title. */
+/** The progress panel's last title, once it shows a final message ("...!") or closed. */
 QString waitForPanelEnd();
 
-/** GET /inspect/<path> of @p site as JSON. */
+/** GET /inspect/<path> of @p site: what the site stored, as JSON. */
 QJsonArray inspect(const QKSupportSiteProcess &site, const QString &path);
-/** The bytes of a stored document. */
-QByteArray documentBytes(const QKSupportSiteProcess &site, qint64 id);
-/** The entries of a zip archive, name to contents, read with Python's zipfile module. */
+/** A zip archive's (or a stored document's) entries, read with Python's zipfile module. */
 QMap<QString, QByteArray> zipEntries(const QByteArray &archive);
+QMap<QString, QByteArray> documentEntries(const QKSupportSiteProcess &site, qint64 id);
 
+/** Points TMPDIR at a folder under HOME: the application's temporary folder is named by its
+ *  code, so tests running side by side would share it. */
+void useOwnTemporaryFolder();
 /** Writes @p contents to @p path (relative paths are under HOME), creating folders. */
 QString writeFile(const QString &path, const QByteArray &contents);
-/** An executable profiler that prints an XML declaration and "<profile>", then 0.7 s later
- *  "<part1/>", then waits (up to 20 s) for @p goFile to exist before printing the rest. */
-QString writeGatedProfiler(const QString &goFile);
 
 /**
  * A help desk API on loopback that answers as a script says, and keeps every form it got.
@@ -79,53 +83,46 @@ QString writeGatedProfiler(const QString &goFile);
  */
 class ScriptedHelpDesk : public QTcpServer
 {
-    Q_OBJECT
 public:
     struct Reply
     {
         int status = 200;
         QByteArray body;
-        /** Close the connection without answering. */
-        bool drop = false;
+        bool drop = false; // close the connection without answering
     };
-    /** Decides the reply to a form, or nullopt for the default one. */
-    using Script = std::function<std::optional<Reply>(const QMap<QString, QString> &form)>;
 
     ScriptedHelpDesk();
-    /** "http://127.0.0.1:PORT/helpspot_api.php", which the library now talks to. */
     QString url() const;
-    void setScript(Script script) { m_script = std::move(script); }
-    /** Every form received, in order. */
-    QList<QMap<QString, QString>> forms() const { return m_forms; }
     /** The "action" (or, for documents, "add_document:<name>") of each form received. */
     QStringList steps() const;
+
+    /** Decides the reply to a form, or nullopt for the default one. */
+    std::function<std::optional<Reply>(const QMap<QString, QString> &form)> script;
+    /** Every form received, in order. */
+    QList<QMap<QString, QString>> forms;
 
 private:
     void serve(QTcpSocket *socket);
 
-    Script m_script;
-    QList<QMap<QString, QString>> m_forms;
     QHash<QTcpSocket *, QByteArray> m_buffers;
 };
 
-template<typename T> T *paneWidget(QKHelpDeskSupport *pane, const char *name)
-{
-    return pane->findChild<T *>(QString::fromLatin1(name));
-}
-
 /**
- * A test of the support pane, opened over the loopback support site with a temporary
- * folder of its own. With @p scripted, the help desk API is a ScriptedHelpDesk instead.
+ * A test of the support pane, opened as a host opens it over the loopback support site,
+ * with a temporary folder of its own, categories loaded, info-level logging and the
+ * built-in system profile. With @p scripted, the help desk API is a ScriptedHelpDesk.
  */
 class SupportPaneTest : public ::testing::Test
 {
 protected:
-    explicit SupportPaneTest(bool scripted = false);
+    explicit SupportPaneTest(bool useScripted = false);
     ~SupportPaneTest() override;
     void SetUp() override;
 
-    /** Turns a checkbox of the pane on or off. */
-    void check(const char *box, bool on = true);
+    void check(const char *box, bool on = true)
+    {
+        paneWidget<QCheckBox>(pane, box)->setChecked(on);
+    }
     /** Attaches @p paths through the attach-files sheet's open panel. */
     void attach(const QStringList &paths);
 

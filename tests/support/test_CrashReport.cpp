@@ -1,23 +1,9 @@
 #include "SupportTestSupport.h"
 
 #include "QKCrashReporter.h"
-#include "QKHelpDesk.h"
-#include "QKSupportSiteProcess.h"
-#include "QKTestEnvironment.h"
 
-#include <QKAlert.h>
-#include <QKApplicationLog.h>
-#include <QKUserDefaults.h>
-
-#include <QCheckBox>
-#include <QComboBox>
 #include <QCoreApplication>
-#include <QDir>
-#include <QLineEdit>
-#include <QPlainTextEdit>
 #include <QProcess>
-
-#include <gtest/gtest.h>
 
 using namespace SupportTest;
 
@@ -28,11 +14,8 @@ const char *const CrashHomeVariable = "QK_SUPPORT_TEST_CRASH_HOME";
 // Written through a global volatile, so the compiler cannot drop the bad write.
 int *volatile g_nowhere = nullptr;
 
-/**
- * The other half of the crash report test: a copy of this executable started with
- * QK_SUPPORT_TEST_CRASH_HOME starts the help desk in that HOME as a host does at launch,
- * then writes through a null pointer. It never reaches the tests.
- */
+// A copy of this executable started with QK_SUPPORT_TEST_CRASH_HOME starts the help desk in
+// that HOME as a host does at launch, then writes through a null pointer before any test.
 class CrashingHost : public ::testing::Environment
 {
 public:
@@ -55,17 +38,16 @@ public:
 
 } // namespace
 
+// The offer itself is checked with the help desk's start-up; here the crash is real and its
+// log reaches the site.
 TEST(CrashReport, theNextLaunchReportsTheCrashWithItsLog)
 {
-    const QString home = QKTestEnvironment::homePath();
-    QDir().mkpath(home + "/tmp");
-    qputenv("TMPDIR", QFile::encodeName(home + "/tmp"));
+    useOwnTemporaryFolder();
     QKSupportSiteProcess site;
     ASSERT_TRUE(site.isRunning());
-
     QProcess host;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(CrashHomeVariable, home);
+    environment.insert(CrashHomeVariable, QKTestEnvironment::homePath());
     host.setProcessEnvironment(environment);
     host.start(QCoreApplication::applicationFilePath(),
                {QStringLiteral("--gtest_filter=CrashReport.*")});
@@ -78,26 +60,19 @@ TEST(CrashReport, theNextLaunchReportsTheCrashWithItsLog)
     QKUserDefaults::standardUserDefaults()->setObject("ada@example.org", "Help Desk Email");
     QKHelpDesk::startup();
     ASSERT_EQ(QKAlert::shownAlerts().size(), 1);
-    EXPECT_EQ(QKAlert::shownAlerts()[0].message,
-              "Test Host seems to have unexpectedly terminated! Would you like to file a report "
-              "with the Help Desk?");
     QKHelpDeskSupport *pane = QKHelpDesk::helpDesk()->supportView();
     ASSERT_NE(pane, nullptr);
-    EXPECT_TRUE(paneWidget<QCheckBox>(pane, "submitCrashLog1Button")->isChecked());
     EXPECT_EQ(paneWidget<QLineEdit>(pane, "emailText")->text(), "ada@example.org");
     EXPECT_EQ(paneWidget<QLineEdit>(pane, "emailSearchText")->text(), "ada@example.org");
-    const QString body = paneWidget<QPlainTextEdit>(pane, "bodyText")->toPlainText();
-    EXPECT_EQ(body, "I had a crash! Here's what happened...\n\n");
     ASSERT_TRUE(
         waitUntil([pane] { return paneWidget<QComboBox>(pane, "categoryPopup")->count() > 1; }));
 
-    submitRequest(pane, "Crashes & Bugs", body + "I clicked Crash.");
+    submitRequest(pane, "Crashes & Bugs", "I clicked Crash.");
     ASSERT_EQ(waitForPanelEnd(), "Request sent successfully!");
     const QJsonArray documents = inspect(site, "documents");
     ASSERT_EQ(documents.size(), 1);
     EXPECT_EQ(documents[0]["name"].toString(), "crash_log");
-    const QMap<QString, QByteArray> archive =
-        zipEntries(documentBytes(site, documents[0]["id"].toInteger()));
+    const QMap<QString, QByteArray> archive = documentEntries(site, documents[0]["id"].toInteger());
     ASSERT_EQ(archive.keys(), QStringList(QFileInfo(crashLogs[0]).fileName()));
     EXPECT_TRUE(archive.first().contains("SIGSEGV"));
     EXPECT_TRUE(archive.first().contains("Backtrace:"));

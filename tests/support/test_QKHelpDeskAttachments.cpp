@@ -2,19 +2,11 @@
 
 #include "QKHelpDeskAttachFilesPanel.h"
 #include "QKHelpDeskAttachedFiles.h"
-#include "QKTestEnvironment.h"
-
-#include <QKAlert.h>
 
 #include <QApplication>
 #include <QDragMoveEvent>
-#include <QLabel>
 #include <QMimeData>
-#include <QPushButton>
 #include <QTableView>
-#include <QUrl>
-
-#include <gtest/gtest.h>
 
 using namespace SupportTest;
 

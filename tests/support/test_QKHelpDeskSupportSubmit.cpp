@@ -1,29 +1,10 @@
 #include "SupportTestSupport.h"
 
 #include "HSForms.h"
-#include "QKHelpDeskAttachFilesPanel.h"
-#include "QKHelpDeskProgressPanel.h"
 #include "QKSupportSite.h"
-#include "QKSupportSiteProcess.h"
-#include "QKTestEnvironment.h"
 
-#include <QKAlert.h>
-#include <QKApplication.h>
-#include <QKApplicationLog.h>
-#include <QKUserDefaults.h>
-
-#include <QCheckBox>
-#include <QComboBox>
-#include <QDir>
-#include <QJsonObject>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QTextCursor>
+#include <QTextBlock>
 #include <QTextDocument>
-
-#include <gtest/gtest.h>
 
 using namespace SupportTest;
 
@@ -82,13 +63,10 @@ TEST_F(SupportPane, helpSpotLineLinksItsName)
     QTextDocument line;
     line.setHtml(paneWidget<QLabel>(pane, "helpSpotText")->text());
     ASSERT_EQ(line.toPlainText(), "Powered by HelpSpot");
-    // Characters 11 to 18 carry the link, and only they.
     QString linked;
-    QTextCursor cursor(&line);
-    for (int position = 1; position <= 19; ++position) {
-        cursor.setPosition(position);
-        if (cursor.charFormat().anchorHref() == QKHelpDeskSupport::helpSpotURL())
-            linked += line.characterAt(position - 1);
+    for (auto fragment = line.begin().begin(); !fragment.atEnd(); ++fragment) {
+        if (fragment.fragment().charFormat().anchorHref() == QKHelpDeskSupport::helpSpotURL())
+            linked += fragment.fragment().text();
     }
     EXPECT_EQ(linked, "HelpSpot");
 }
@@ -99,7 +77,6 @@ TEST_F(SupportPane, newRequestUploadsEveryChosenDiagnostic)
     writeFile("Library/Logs/CrashReporter/Test Host Pro_2024-05-02-090000.crash", "crash of Pro");
     writeFile("Library/Logs/CrashReporter/Other_2024-05-03-090000.crash", "not ours");
     attach({writeFile("notes.txt", "my notes"), writeFile("sessions/song.slab", "session")});
-    EXPECT_TRUE(paneWidget<QLabel>(pane, "attachments1Image")->isVisibleTo(pane));
     paneWidget<QLineEdit>(pane, "firstNameText")->setText("Ada");
     paneWidget<QLineEdit>(pane, "lastNameText")->setText("Byron");
     paneWidget<QLineEdit>(pane, "emailText")->setText("ada@example.org");
@@ -135,7 +112,7 @@ TEST_F(SupportPane, newRequestUploadsEveryChosenDiagnostic)
         EXPECT_EQ(document["xRequestHistory"].toInteger(), history);
         EXPECT_EQ(document["mimetype"].toString(), "application/zip");
         names << document["name"].toString();
-        archives << zipEntries(documentBytes(*site, document["id"].toInteger()));
+        archives << documentEntries(*site, document["id"].toInteger());
     }
     EXPECT_EQ(names, QStringList({"system_profile", "crash_log", "debug_log", requestID}));
     EXPECT_EQ(archives[0].keys(), QStringList("system_profile.spx"));

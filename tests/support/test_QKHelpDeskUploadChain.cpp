@@ -1,19 +1,7 @@
 #include "SupportTestSupport.h"
 
-#include "QKHelpDeskProgressPanel.h"
-#include "QKHelpDeskUploadChain.h"
 #include "QKSupportSite.h"
-#include "QKSupportSiteProcess.h"
 #include "QKSystemProfiler.h"
-#include "QKTestEnvironment.h"
-
-#include <QKApplication.h>
-
-#include <QDir>
-#include <QPlainTextEdit>
-#include <QPushButton>
-
-#include <gtest/gtest.h>
 
 using namespace SupportTest;
 
@@ -64,33 +52,23 @@ const StageFailure stageFailures[] = {
     {"add_document:10001", true, "Send attached files failed!", "Info: sending attachments failed"},
 };
 
-// How a reply to "new" that carries no request numbers (or none at all) ends the request.
+// A reply to "new" that carries no request numbers, or none at all.
 struct BadReply
 {
     const char *name;
     ScriptedHelpDesk::Reply reply;
-    const char *message;
-    const char *logLine;
 };
 
 class BadNewReply : public ScriptedChain, public ::testing::WithParamInterface<BadReply>
 {
 };
 
-const char *const unconfirmed = "The help desk did not confirm the request!";
-const char *const noNumbers = "Warning: the reply to the request holds no request numbers";
 const BadReply badReplies[] = {
-    {"html", {200, "<html><body>Maintenance</body></html>"}, unconfirmed, noNumbers},
-    {"truncated",
-     {200, "<?xml version=\"1.0\"?><results><xRequest>10001</xRequest><xRequestHis"},
-     unconfirmed,
-     noNumbers},
-    {"error",
-     {400, "<?xml version=\"1.0\"?><error><description>No</description></error>"},
-     unconfirmed,
-     noNumbers},
-    {"empty", {200, ""}, unconfirmed, noNumbers},
-    {"dropped", {200, "", true}, "Submit failed!", "Warning: sending request failed"},
+    {"html", {200, "<html><body>Maintenance</body></html>"}},
+    {"truncated", {200, "<?xml version=\"1.0\"?><results><xRequest>10001</xRequest><xRequestHis"}},
+    {"error", {400, "<?xml version=\"1.0\"?><error><description>No</description></error>"}},
+    {"empty", {200, ""}},
+    {"dropped", {200, "", true}},
 };
 
 void PrintTo(const StageFailure &failure, std::ostream *out)
@@ -108,17 +86,14 @@ void PrintTo(const BadReply &reply, std::ostream *out)
 TEST_P(FailingStage, endsTheChainWithTheStageMessage)
 {
     const StageFailure failure = GetParam();
-    scripted->setScript([&](const QMap<QString, QString> &form) {
-        const QString step = form.value("action") == u"add_document"
-                                 ? "add_document:" + form.value("name")
-                                 : form.value("action");
-        if (step != QLatin1String(failure.step))
-            return std::optional<ScriptedHelpDesk::Reply>();
+    scripted->script = [&](const auto &) -> std::optional<ScriptedHelpDesk::Reply> {
+        if (scripted->steps().last() != QLatin1String(failure.step))
+            return std::nullopt;
         if (failure.dropConnection)
-            return std::optional(ScriptedHelpDesk::Reply{200, "", true});
+            return ScriptedHelpDesk::Reply{200, "", true};
         QKSupportSite::setHelpDeskAPIURL("nowhere");
-        return std::optional<ScriptedHelpDesk::Reply>();
-    });
+        return std::nullopt;
+    };
     submitRequest(pane, "Crashes & Bugs", "Broken");
     EXPECT_EQ(waitForPanelEnd(), failure.message);
     EXPECT_EQ(supportLog().last(), failure.logLine);
@@ -143,12 +118,16 @@ INSTANTIATE_TEST_SUITE_P(Stages, FailingStage, ::testing::ValuesIn(stageFailures
 
 TEST_P(BadNewReply, endsTheRequestUnconfirmedAndKeepsTheMessage)
 {
-    scripted->setScript([](const QMap<QString, QString> &form) {
+    scripted->script = [](const QMap<QString, QString> &form) {
         return form.value("action") == u"new" ? std::optional(GetParam().reply) : std::nullopt;
-    });
+    };
     submitRequest(pane, "Crashes & Bugs", "Broken");
-    EXPECT_EQ(waitForPanelEnd(), GetParam().message);
-    EXPECT_EQ(supportLog().last(), GetParam().logLine);
+    const bool dropped = GetParam().reply.drop;
+    EXPECT_EQ(waitForPanelEnd(),
+              dropped ? "Submit failed!" : "The help desk did not confirm the request!");
+    EXPECT_EQ(supportLog().last(),
+              dropped ? "Warning: sending request failed"
+                      : "Warning: the reply to the request holds no request numbers");
     EXPECT_TRUE(documentSteps().isEmpty());
     EXPECT_EQ(paneWidget<QPlainTextEdit>(pane, "bodyText")->toPlainText(), "Broken");
     EXPECT_TRUE(pane->requestHistoryID().isEmpty());
@@ -159,21 +138,20 @@ INSTANTIATE_TEST_SUITE_P(Replies, BadNewReply, ::testing::ValuesIn(badReplies),
 
 TEST_F(ScriptedChain, repliesToUploadsAreNotRead)
 {
-    scripted->setScript([](const QMap<QString, QString> &form) {
+    scripted->script = [](const QMap<QString, QString> &form) {
         return form.value("action") == u"add_document"
                    ? std::optional(ScriptedHelpDesk::Reply{500, "<html>Internal error</html>"})
                    : std::nullopt;
-    });
+    };
     submitRequest(pane, "Crashes & Bugs", "Broken");
     EXPECT_EQ(waitForPanelEnd(), "Request sent successfully!");
     EXPECT_EQ(documentSteps(), QStringList({"add_document:system_profile", "add_document:crash_log",
                                             "add_document:debug_log", "add_document:10001"}));
-    const auto forms = scripted->forms();
-    EXPECT_EQ(forms.last().keys(),
-              QStringList({"action", "body", "mimetype", "name", "xRequestHistory"}));
-    EXPECT_EQ(forms.last().value("xRequestHistory"), "40001");
-    EXPECT_EQ(forms.last().value("mimetype"), "application/zip");
-    EXPECT_EQ(zipEntries(QByteArray::fromBase64(forms.last().value("body").toLatin1())),
+    const QMap<QString, QString> &last = scripted->forms.last();
+    EXPECT_EQ(last.keys(), QStringList({"action", "body", "mimetype", "name", "xRequestHistory"}));
+    EXPECT_EQ(last.value("xRequestHistory"), "40001");
+    EXPECT_EQ(last.value("mimetype"), "application/zip");
+    EXPECT_EQ(zipEntries(QByteArray::fromBase64(last.value("body").toLatin1())),
               (QMap<QString, QByteArray>{{"notes.txt", "my notes"}}));
 }
 
@@ -193,33 +171,35 @@ TEST_F(ScriptedChain, anArchiveThatIsNotMadeFailsItsStage)
     EXPECT_TRUE(documentSteps().isEmpty());
 }
 
-class GatedProfile : public SupportPaneTest
-{
-protected:
-    void SetUp() override
-    {
-        SupportPaneTest::SetUp();
-        QKSystemProfiler profiler;
-        profiler.setProgram(writeGatedProfiler(goFile));
-        pane->setSystemProfiler(profiler);
-        check("submitSystemProfileButton");
-        const int redraws = progressPanel()->redrawCount();
-        submitRequest(pane, "Crashes & Bugs", "Profile me");
-        // The bar is redrawn only for output read after its first half second, so a redraw
-        // says the whole first part is in: the profiler waits for the go file now.
-        ASSERT_TRUE(waitUntil([redraws] { return progressPanel()->redrawCount() > redraws; }));
-        EXPECT_EQ(progressPanel()->progressPanelTitle(), "Creating system profile...");
-        EXPECT_TRUE(progressPanel()->progressIsCancelable());
-    }
-    void TearDown() override { QKTestEnvironment::writeAll(goFile, ""); }
+using SupportPane = SupportPaneTest;
 
-    const QString goFile = QKTestEnvironment::homeFile("profiler-go");
-};
-
-TEST_F(GatedProfile, cancelClosesThePanelQuietlyAndSendsNothing)
+TEST_F(SupportPane, cancelDuringTheProfileClosesThePanelQuietlyAndSendsNothing)
 {
+    // A profiler that prints its first part, then waits (up to 20 s) for the go file.
+    const QByteArray go = QFile::encodeName(QKTestEnvironment::homeFile("profiler-go"));
+    const QString program = writeFile(
+        "bin/gated-profiler",
+        "#!/bin/sh\nprintf '<?xml version=\"1.0\"?><profile>'\nsleep 0.7\nprintf '<part1/>'\n"
+        "i=0\nwhile [ ! -e '" +
+            go +
+            "' ] && [ $i -lt 1000 ]; do sleep 0.02; i=$((i+1)); done\n"
+            "printf '<part2/></profile>'\n");
+    QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QKSystemProfiler profiler;
+    profiler.setProgram(program);
+    pane->setSystemProfiler(profiler);
+    check("submitSystemProfileButton");
+    const int redraws = progressPanel()->redrawCount();
+    submitRequest(pane, "Crashes & Bugs", "Profile me");
+    // The bar is redrawn only for output read after its first half second, so a redraw
+    // says the whole first part is in: the profiler waits for the go file now.
+    ASSERT_TRUE(waitUntil([redraws] { return progressPanel()->redrawCount() > redraws; }));
+    EXPECT_EQ(progressPanel()->progressPanelTitle(), "Creating system profile...");
+    EXPECT_TRUE(progressPanel()->progressIsCancelable());
+
     progressPanel()->findChild<QPushButton *>("progressCancelButton")->click();
     ASSERT_TRUE(waitUntil([] { return !progressPanel()->isVisible(); }));
+    QKTestEnvironment::writeAll(QFile::decodeName(go), "");
     EXPECT_EQ(progressPanel()->progressPanelTitle(), "Creating system profile...");
     EXPECT_EQ(supportLog().last(), "Warning: cancelled createSystemProfile");
     EXPECT_EQ(inspect(*site, "documents").size(), 0);
