@@ -1,8 +1,5 @@
 #include "PanesTestSupport.h"
 
-#include "QKSupportSite.h"
-#include "QKTestEnvironment.h"
-
 #include <QKAlert.h>
 #include <QKUserDefaults.h>
 
@@ -21,11 +18,6 @@ const bool newYorkTime = [] {
 } // namespace
 
 namespace PanesTest {
-
-QDateTime utc(QDate day, QTime time)
-{
-    return QDateTime(day, time, Qt::UTC);
-}
 
 void answerAlerts(const QHash<QString, int> &answers)
 {
@@ -50,9 +42,9 @@ void notifyAboutUpdates(bool documentation, bool tutorials)
 
 QKHelpDesk *openWithoutSite(const QString &title, const QString &baseURL)
 {
-    QKSupportSite::setBaseURL(baseURL);
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    if (!HelpDeskTest::openWindowAndWaitForCasts(helpDesk))
+    useSite(baseURL);
+    QKHelpDesk *helpDesk = startHelpDesk();
+    if (!openWindowAndWaitForCasts(helpDesk))
         return nullptr;
     helpDesk->_openWindow(title);
     return helpDesk;
