@@ -1,8 +1,5 @@
 #include "PanesTestSupport.h"
 
-#include <QKAlert.h>
-#include <QKUserDefaults.h>
-
 #include <cstdlib>
 #include <ctime>
 
@@ -18,27 +15,6 @@ const bool newYorkTime = [] {
 } // namespace
 
 namespace PanesTest {
-
-void answerAlerts(const QHash<QString, int> &answers)
-{
-    QKAlert::setAnswerer(
-        [answers](const QKAlertRequest &request) { return answers.value(request.message, 0); });
-}
-
-QStringList alertMessages()
-{
-    QStringList messages;
-    for (const QKAlertRequest &request : QKAlert::shownAlerts())
-        messages << request.message;
-    return messages;
-}
-
-void notifyAboutUpdates(bool documentation, bool tutorials)
-{
-    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
-    defaults->setBool(documentation, QStringLiteral("Notify Documentation Updates"));
-    defaults->setBool(tutorials, QStringLiteral("Notify Tutorial Updates"));
-}
 
 QKHelpDesk *openWithoutSite(const QString &title, const QString &baseURL)
 {

@@ -9,6 +9,9 @@
 #include "QKHelpDeskView.h"
 #include "SUAppcastItem.h"
 
+#include <QKAlert.h>
+#include <QKUserDefaults.h>
+
 #include <QDateTime>
 
 namespace PanesTest {
@@ -22,12 +25,29 @@ inline QDateTime utc(QDate day, QTime time)
 
 /** Answers each alert whose message is in @p answers with its button, others with the first
  *  button, and forgets the alerts shown so far. */
-void answerAlerts(const QHash<QString, int> &answers);
+inline void answerAlerts(const QHash<QString, int> &answers)
+{
+    QKAlert::setAnswerer(
+        [answers](const QKAlertRequest &request) { return answers.value(request.message, 0); });
+}
+
 /** The messages of the alerts shown since the answerer was set. */
-QStringList alertMessages();
+inline QStringList alertMessages()
+{
+    QStringList messages;
+    for (const QKAlertRequest &request : QKAlert::shownAlerts())
+        messages << request.message;
+    return messages;
+}
+
 /** Turns the alerts of both panes on or off, without the start-up update check an e-mail
  *  address would also switch on. */
-void notifyAboutUpdates(bool documentation, bool tutorials);
+inline void notifyAboutUpdates(bool documentation, bool tutorials)
+{
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    defaults->setBool(documentation, QStringLiteral("Notify Documentation Updates"));
+    defaults->setBool(tutorials, QStringLiteral("Notify Tutorial Updates"));
+}
 
 /** Opens the help desk on @p baseURL, where nothing listens (port 9 discards), on the pane
  *  titled @p title once its (empty) casts came, so that no fetch outlives the test; null when

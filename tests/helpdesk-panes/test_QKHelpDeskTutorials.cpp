@@ -69,12 +69,11 @@ TEST(QKHelpDeskTutorials, containsUpdatesSearchesEveryDepthForAStrictlyLaterDate
     const QString before = "2023-12-31 18:59:59 -0500";
     const QString equal = "2024-01-01 00:00:00 +0000";
     const QString after = "2023-12-31 19:00:01 -0500";
-    struct Case
+    const struct
     {
         QVariantList entries;
         bool updates;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{}, false},
         {{tutorial(equal)}, false},
         {{tutorial(after)}, true},
@@ -84,7 +83,7 @@ TEST(QKHelpDeskTutorials, containsUpdatesSearchesEveryDepthForAStrictlyLaterDate
         {{tutorial(after.left(10))}, false},
         {{tutorial("", {tutorial(before)}), QVariantMap{{"downloadURL", "x"}}}, false},
     };
-    for (const Case &c : cases)
+    for (const auto &c : cases)
         EXPECT_EQ(QKHelpDeskTutorials::containsUpdates(c.entries, since), c.updates);
     EXPECT_TRUE(logText().contains(
         "the tutorial \"T\" has a publication date \"2023-12-31\" that is not a date"));
@@ -113,21 +112,20 @@ TEST_F(QKHelpDeskTutorialsTest, alertOncePerNewTutorialShowTheTreeExpandedAndOpe
 
     // "Assigning Shortcuts" of the group "Basics" came out 2024-02-12 10:45:00 in New York.
     enum Answer { HelpDesk = 0, Later = 1 };
-    struct Case
+    const struct
     {
         bool notify;
         QString lastCheck;
         Answer answer;
         bool alert;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {true, NowText, Later, false},
         {true, "2024-02-12 10:45:00 -0500", Later, false},
         {true, "2024-02-12 10:44:59 -0500", Later, true},
         {false, "2024-02-12 10:44:59 -0500", HelpDesk, false},
         {true, "2024-02-12 15:44:59 +0000", HelpDesk, true},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         notifyAboutUpdates(false, c.notify);
         defaults->setObject(c.lastCheck, LastCheck);
         helpDesk->setPane("support");

@@ -1,7 +1,8 @@
 #pragma once
 
 // Shared helpers of the help desk and pane tests: the log, the download folder, the help desk
-// started as a host starts it, and a small HTTP server that answers as a test scripts.
+// started as a host starts it, a release build, the addresses opened in the browser, and a
+// small HTTP server that answers as a test scripts.
 
 #include "QKTestPrinters.h"
 

@@ -80,7 +80,7 @@ TEST_F(QKHelpDeskWindowTest, firstOpeningShowsDocumentationUnderTheDefaultToolba
     }
 }
 
-TEST_F(QKHelpDeskWindowTest, titlesSwitchPanesAndTheTwoSpecialTitlesRunTheirActions)
+TEST_F(QKHelpDeskWindowTest, titlesSwitchPanesAndOnlineDocumentationOpensTheManual)
 {
     open();
     QKHelpDesk::openWindow("Tutorials");
@@ -102,7 +102,7 @@ TEST_F(QKHelpDeskWindowTest, titlesSwitchPanesAndTheTwoSpecialTitlesRunTheirActi
 
     QKHelpDesk::openWindow("Forum");
     EXPECT_EQ(helpDesk->currentView()->identifier(), "releaseNotes")
-        << "neither the special title nor panes outside the toolbar switch panes";
+        << "neither \"Online Documentation\" nor panes outside the toolbar switch panes";
 }
 
 TEST_F(QKHelpDeskWindowTest, switchingKeepsTheTopEdgeAndFitsTheWindowToThePane)
