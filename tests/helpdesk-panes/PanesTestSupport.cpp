@@ -1,11 +1,5 @@
 #include "PanesTestSupport.h"
 
-#include "QKSupportSite.h"
-#include "QKTestEnvironment.h"
-
-#include <QKAlert.h>
-#include <QKUserDefaults.h>
-
 #include <cstdlib>
 #include <ctime>
 
@@ -22,37 +16,11 @@ const bool newYorkTime = [] {
 
 namespace PanesTest {
 
-QDateTime utc(QDate day, QTime time)
-{
-    return QDateTime(day, time, Qt::UTC);
-}
-
-void answerAlerts(const QHash<QString, int> &answers)
-{
-    QKAlert::setAnswerer(
-        [answers](const QKAlertRequest &request) { return answers.value(request.message, 0); });
-}
-
-QStringList alertMessages()
-{
-    QStringList messages;
-    for (const QKAlertRequest &request : QKAlert::shownAlerts())
-        messages << request.message;
-    return messages;
-}
-
-void notifyAboutUpdates(bool documentation, bool tutorials)
-{
-    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
-    defaults->setBool(documentation, QStringLiteral("Notify Documentation Updates"));
-    defaults->setBool(tutorials, QStringLiteral("Notify Tutorial Updates"));
-}
-
 QKHelpDesk *openWithoutSite(const QString &title, const QString &baseURL)
 {
-    QKSupportSite::setBaseURL(baseURL);
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    if (!HelpDeskTest::openWindowAndWaitForCasts(helpDesk))
+    useSite(baseURL);
+    QKHelpDesk *helpDesk = startHelpDesk();
+    if (!openWindowAndWaitForCasts(helpDesk))
         return nullptr;
     helpDesk->_openWindow(title);
     return helpDesk;

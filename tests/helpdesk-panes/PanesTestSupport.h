@@ -1,7 +1,7 @@
 #pragma once
 
-// Shared helpers of the pane tests. Every test of this folder runs in New York time, so
-// that dates are read and written away from UTC (and across daylight saving time).
+// Shared helpers of the pane tests. Every test of this folder runs in New York time, so that
+// dates are read and written away from UTC (and across daylight saving time).
 
 #include "../helpdesk/HelpDeskTestSupport.h"
 
@@ -9,30 +9,49 @@
 #include "QKHelpDeskView.h"
 #include "SUAppcastItem.h"
 
+#include <QKAlert.h>
+#include <QKUserDefaults.h>
+
 #include <QDateTime>
-#include <QHash>
-#include <QString>
 
 namespace PanesTest {
 
-/** @p day at @p time in UTC. */
-QDateTime utc(QDate day, QTime time);
+using namespace HelpDeskTest;
 
-using HelpDeskTest::sampleDataWith;
+inline QDateTime utc(QDate day, QTime time)
+{
+    return QDateTime(day, time, Qt::UTC);
+}
 
-/** Answers every alert whose message is @p message with @p button, others with the first
- *  button; forgets the alerts shown so far. */
-void answerAlerts(const QHash<QString, int> &answers);
+/** Answers each alert whose message is in @p answers with its button, others with the first
+ *  button, and forgets the alerts shown so far. */
+inline void answerAlerts(const QHash<QString, int> &answers)
+{
+    QKAlert::setAnswerer(
+        [answers](const QKAlertRequest &request) { return answers.value(request.message, 0); });
+}
+
 /** The messages of the alerts shown since the answerer was set. */
-QStringList alertMessages();
+inline QStringList alertMessages()
+{
+    QStringList messages;
+    for (const QKAlertRequest &request : QKAlert::shownAlerts())
+        messages << request.message;
+    return messages;
+}
 
-/** Makes the alerts of both panes possible without the start-up update check that an
- *  e-mail address would also switch on. */
-void notifyAboutUpdates(bool documentation, bool tutorials);
+/** Turns the alerts of both panes on or off, without the start-up update check an e-mail
+ *  address would also switch on. */
+inline void notifyAboutUpdates(bool documentation, bool tutorials)
+{
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    defaults->setBool(documentation, QStringLiteral("Notify Documentation Updates"));
+    defaults->setBool(tutorials, QStringLiteral("Notify Tutorial Updates"));
+}
 
-/** Starts the help desk on @p baseURL, where nothing listens (port 9 discards), opens its
- *  window on the pane titled @p title and waits for the (empty) casts, so that no cast
- *  fetch outlives the test. Null when the casts never came. */
+/** Opens the help desk on @p baseURL, where nothing listens (port 9 discards), on the pane
+ *  titled @p title once its (empty) casts came, so that no fetch outlives the test; null when
+ *  they never came. */
 QKHelpDesk *openWithoutSite(const QString &title,
                             const QString &baseURL = QStringLiteral("http://127.0.0.1:9"));
 

@@ -1,8 +1,6 @@
 #include "PanesTestSupport.h"
 #include "QKClock.h"
-#include "QKHelpDeskDates.h"
 #include "QKHelpDeskDocumentation.h"
-#include "QKSupportSite.h"
 #include "QKSupportSiteProcess.h"
 #include "QKTestEnvironment.h"
 
@@ -31,36 +29,27 @@ QString text(const QKHelpDeskDocumentation *pane, const char *name)
     return pane->findChild<QLabel *>(name)->text();
 }
 
-/** Reloads the casts from the site and waits until the panes have them. */
-bool reloadCasts(QKHelpDesk *helpDesk)
-{
-    QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
-    helpDesk->loadCasts();
-    return casts.wait(30000);
-}
-
 } // namespace
 
 TEST(QKHelpDeskDocumentation, alertsOnlyForAManualPublishedStrictlyAfterTheLastDownload)
 {
     QKSupportSiteProcess site;
     ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    ASSERT_TRUE(HelpDeskTest::openWindowAndWaitForCasts(helpDesk));
+    QKHelpDesk *helpDesk = startHelpDesk();
+    ASSERT_TRUE(openWindowAndWaitForCasts(helpDesk));
     auto *pane = paneOf<QKHelpDeskDocumentation>(helpDesk);
     // Published "Mon, 02 Oct 2023 10:15:30 +0000": 6:15:30 in New York.
     EXPECT_EQ(text(pane, "versionText"), "The current version of the documentation is 2.4");
     EXPECT_EQ(text(pane, "publishedText"), "Published on Mon, Oct 02 2023 6:15 AM");
 
     enum Answer { HelpDesk = 0, Later = 1 };
-    struct Case
+    const struct
     {
         bool notify;
         QVariant lastDownload;
         Answer answer;
         bool alert;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {true, {}, Later, true},
         {true, "2023-10-02 06:15:30 -0400", Later, false},
         {true, "2023-10-02 10:15:29 +0000", Later, true},
@@ -70,20 +59,18 @@ TEST(QKHelpDeskDocumentation, alertsOnlyForAManualPublishedStrictlyAfterTheLastD
         {true, "2023-10-02 10:15:29 +0000", HelpDesk, true},
     };
     QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
-    for (const Case &c : cases) {
-        const std::string label = c.lastDownload.toString().toStdString();
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.lastDownload.toString().toStdString());
         notifyAboutUpdates(c.notify, false);
         defaults->setObject(c.lastDownload, LastDownload);
         helpDesk->setPane("support");
         answerAlerts({{UpdateAlert, c.answer}});
         pane->castsDidLoad();
-
-        EXPECT_EQ(alertMessages(), c.alert ? QStringList{UpdateAlert} : QStringList()) << label;
+        EXPECT_EQ(alertMessages(), c.alert ? QStringList{UpdateAlert} : QStringList());
         const bool opened = c.alert && c.answer == HelpDesk;
-        EXPECT_EQ(helpDesk->currentView()->identifier(), opened ? "documentation" : "support")
-            << label;
-        EXPECT_EQ(defaults->objectForKey(LastDownload), c.lastDownload) << label;
-        EXPECT_EQ(defaults->boolForKey("Notify Documentation Updates"), c.notify) << label;
+        EXPECT_EQ(helpDesk->currentView()->identifier(), opened ? "documentation" : "support");
+        EXPECT_EQ(defaults->objectForKey(LastDownload), c.lastDownload);
+        EXPECT_EQ(defaults->boolForKey("Notify Documentation Updates"), c.notify);
     }
     const QKAlertRequest alert = QKAlert::shownAlerts().value(0);
     EXPECT_EQ(alert.informativeText,
@@ -98,87 +85,76 @@ TEST(QKHelpDeskDocumentation, alertsOnlyForAManualPublishedStrictlyAfterTheLastD
     }
 }
 
-TEST(QKHelpDeskDocumentation, downloadUsesTheDoubleSlashAddressAndCountsEvenWhenItFails)
+TEST(QKHelpDeskDocumentation, downloadsCountEvenWhenTheyFailAndUnreadableCastValuesShowNothing)
 {
-    HelpDeskTest::ScriptedServer server;
-    server.setReply("/manuals/tsth/2//pdf/TestHost_2.x_Manual.pdf", "%PDF-1.4 manual");
-    server.setReply("/manual_version.php",
-                    QKPropertyList::toData(QVariantMap{
-                        {"version", "2.4"}, {"published", "Mon, 02 Oct 2023 10:15:30 +0000"}}));
-    QKSupportSite::setBaseURL(server.baseURL());
-    ASSERT_TRUE(QDir().mkpath(HelpDeskTest::downloadFolder()));
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    ASSERT_TRUE(HelpDeskTest::openWindowAndWaitForCasts(helpDesk));
+    ScriptedServer server;
+    server.replies = {{"/manuals/tsth/2//pdf/TestHost_2.x_Manual.pdf", "%PDF-1.4 manual"},
+                      {"/manual_version.php",
+                       QKPropertyList::toData(QVariantMap{
+                           {"version", "2.4"}, {"published", "Mon, 02 Oct 2023 10:15:30 +0000"}})}};
+    useSite(server.baseURL());
+    ASSERT_TRUE(QDir().mkpath(downloadFolder()));
+    QKHelpDesk *helpDesk = startHelpDesk();
+    ASSERT_TRUE(openWindowAndWaitForCasts(helpDesk));
     auto *pane = paneOf<QKHelpDeskDocumentation>(helpDesk);
     auto *popup = pane->findChild<QComboBox *>("fileTypePopup");
-    const QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
 
-    struct Case
+    // The date of the download is stored at once; the zip is missing on the server.
+    const struct
     {
         int popupIndex;
         QDateTime now;
         bool completed;
         QString lastDownload;
-    };
-    const Case cases[] = {
+    } downloads[] = {
         {0, utc({2024, 7, 4}, {20, 30, 5}), true, "2024-07-04 16:30:05 -0400"},
         {1, utc({2024, 12, 24}, {23, 0}), false, "2024-12-24 18:00:00 -0500"},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : downloads) {
         QKClock::setClock([&c] { return c.now; });
         popup->setCurrentIndex(c.popupIndex);
         QSignalSpy ended(helpDesk, &QKHelpDesk::downloadEnded);
         pane->findChild<QPushButton *>("downloadButton")->click();
-        EXPECT_EQ(defaults->stringForKey(LastDownload), c.lastDownload) << "stored at once";
-        ASSERT_TRUE(HelpDeskTest::waitUntil([&] { return !ended.isEmpty(); }));
+        EXPECT_EQ(defaults->stringForKey(LastDownload), c.lastDownload);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !ended.isEmpty(); }, 10000));
         EXPECT_EQ(ended.at(0).at(0).toBool(), c.completed);
     }
     QKClock::setClock({});
-    EXPECT_EQ(HelpDeskTest::filesIn(HelpDeskTest::downloadFolder()),
-              QStringList{"TestHost_2.x_Manual.pdf"});
-    EXPECT_EQ(
-        QKTestEnvironment::readAll(HelpDeskTest::downloadFolder() + "/TestHost_2.x_Manual.pdf"),
-        "%PDF-1.4 manual");
-    EXPECT_TRUE(HelpDeskTest::logText().contains("TestHost_2.x_Manual.zip"))
-        << "the failed zip download is logged";
-
+    EXPECT_EQ(filesIn(downloadFolder()), QStringList{"TestHost_2.x_Manual.pdf"});
+    EXPECT_EQ(QKTestEnvironment::readAll(downloadFolder() + "/TestHost_2.x_Manual.pdf"),
+              "%PDF-1.4 manual");
+    EXPECT_TRUE(logText().contains("TestHost_2.x_Manual.zip")) << "the failed zip is logged";
     // The failed download still counts: the manual is older than it.
     notifyAboutUpdates(true, false);
     answerAlerts({});
     pane->castsDidLoad();
     EXPECT_TRUE(alertMessages().isEmpty());
-}
 
-TEST(QKHelpDeskDocumentation, missingOrUnreadableCastValuesLeaveTheirLinesEmptyAndNoAlert)
-{
-    HelpDeskTest::ScriptedServer server;
-    QKSupportSite::setBaseURL(server.baseURL());
-    notifyAboutUpdates(true, false);
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    ASSERT_TRUE(HelpDeskTest::openWindowAndWaitForCasts(helpDesk));
-    auto *pane = paneOf<QKHelpDeskDocumentation>(helpDesk);
-
-    struct Case
+    // Values that are missing or no dates leave their lines empty and never alert, even
+    // without a download.
+    defaults->removeObjectForKey(LastDownload);
+    const struct
     {
         QByteArray reply;
-        QString versionText, publishedText;
-    };
-    const Case cases[] = {
+        QString versionText;
+    } casts[] = {
         {QKPropertyList::toData(QVariantMap{{"version", "2.4"}, {"published", "yesterday"}}),
-         "The current version of the documentation is 2.4", ""},
-        {QKPropertyList::toData(QVariantMap{{"published", "Mon, 02 Oct 2023 13:15:30 +0000"}}), "",
-         ""},
-        {QByteArray(), "", ""},
+         "The current version of the documentation is 2.4"},
+        {QKPropertyList::toData(QVariantMap{{"published", "Mon, 02 Oct 2023 13:15:30 +0000"}}), ""},
+        {QByteArray(), ""},
     };
-    for (const Case &c : cases) {
-        server.setReply("/manual_version.php", c.reply, c.reply.isEmpty() ? 404 : 200);
+    for (const auto &c : casts) {
+        if (c.reply.isEmpty())
+            server.replies.remove("/manual_version.php");
+        else
+            server.replies["/manual_version.php"] = c.reply;
         answerAlerts({});
         ASSERT_TRUE(reloadCasts(helpDesk));
         EXPECT_EQ(text(pane, "versionText"), c.versionText);
-        EXPECT_EQ(text(pane, "publishedText"), c.publishedText);
+        EXPECT_EQ(text(pane, "publishedText"), "");
         EXPECT_TRUE(alertMessages().isEmpty());
     }
-    EXPECT_TRUE(HelpDeskTest::logText().contains(
+    EXPECT_TRUE(logText().contains(
         "the documentation cast's publication date \"yesterday\" is not a date"));
-    EXPECT_FALSE(QKUserDefaults::standardUserDefaults()->hasKey(LastDownload));
 }

@@ -4,15 +4,12 @@
 #include "QKTestEnvironment.h"
 
 #include <QKApplication.h>
-#include <QKWorkspace.h>
 
 #include <QComboBox>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPushButton>
-#include <QSignalSpy>
-#include <QUrl>
 
 #include <gtest/gtest.h>
 
@@ -42,19 +39,6 @@ void writeFeed(const QString &data, const QStringList &versions)
     QKTestEnvironment::writeAll(data + "/titles/tsth/2/appcast.json", QJsonDocument(feed).toJson());
 }
 
-bool reloadCasts(QKHelpDesk *helpDesk)
-{
-    QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
-    helpDesk->loadCasts();
-    return casts.wait(30000);
-}
-
-class ReleaseBuild : public QKApplicationDelegate
-{
-public:
-    bool isBetaVersion() const override { return false; }
-};
-
 } // namespace
 
 TEST(QKHelpDeskReleaseNotesView, eachChoiceBuildsItsPageAroundTheRunningBuild)
@@ -62,42 +46,39 @@ TEST(QKHelpDeskReleaseNotesView, eachChoiceBuildsItsPageAroundTheRunningBuild)
     const QString data = sampleDataWith({});
     QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Export, data);
     ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
-    QKHelpDesk *helpDesk = HelpDeskTest::startHelpDesk();
-    ASSERT_TRUE(HelpDeskTest::openWindowAndWaitForCasts(helpDesk));
+    QKHelpDesk *helpDesk = startHelpDesk();
+    ASSERT_TRUE(openWindowAndWaitForCasts(helpDesk));
     auto *pane = paneOf<QKHelpDeskReleaseNotesView>(helpDesk);
     auto *popup = pane->findChild<QComboBox *>("typePopup");
 
     // The running build is 2501.
-    struct Case
+    const auto notes = [](const QString &version) {
+        return "Test Host " + version + "<hr><p>Notes of " + version + "</p>";
+    };
+    const struct
     {
         QStringList feed;
         QString newest, thisVersion, older;
-    };
-    const Case cases[] = {
-        {{"2600", "2501", "2400"},
-         Font + "Test Host 2600<hr><p>Notes of 2600</p></font>",
-         Font + "Test Host 2501<hr><p>Notes of 2501</p></font>",
-         Font + "Test Host 2400<hr><p>Notes of 2400</p><hr></font>"},
+    } cases[] = {
+        {{"2600", "2501", "2400"}, notes("2600"), notes("2501"), notes("2400") + "<hr>"},
         {{"2600", "2400", "2300"},
-         Font + "Test Host 2600<hr><p>Notes of 2600</p></font>",
-         Font + "Test Host 2600<hr><p>Notes of 2600</p></font>",
-         Font + "Test Host 2400<hr><p>Notes of 2400</p><hr>Test Host 2300<hr><p>Notes of "
-                "2300</p><hr></font>"},
-        {{"2600", "2501"},
-         Font + "Test Host 2600<hr><p>Notes of 2600</p></font>",
-         Font + "Test Host 2501<hr><p>Notes of 2501</p></font>",
-         Font + "</font>"},
+         notes("2600"),
+         notes("2600"),
+         notes("2400") + "<hr>" + notes("2300") + "<hr>"},
+        {{"2600", "2501"}, notes("2600"), notes("2501"), ""},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.feed.join(' ').toStdString());
         writeFeed(data, c.feed);
         ASSERT_TRUE(reloadCasts(helpDesk));
-        EXPECT_EQ(pane->pageSource(), popup->currentIndex() == 0 ? c.newest : c.older)
+        EXPECT_EQ(pane->pageSource(),
+                  Font + (popup->currentIndex() == 0 ? c.newest : c.older) + "</font>")
             << "the casts rebuild the page for the choice shown";
         const QString expected[] = {c.newest, c.thisVersion, c.older};
         for (int index = 0; index < 3; ++index) {
             popup->setCurrentIndex(index);
             emit popup->activated(index);
-            EXPECT_EQ(pane->pageSource(), expected[index]) << c.feed.join(' ').toStdString();
+            EXPECT_EQ(pane->pageSource(), Font + expected[index] + "</font>");
         }
     }
 
@@ -106,16 +87,12 @@ TEST(QKHelpDeskReleaseNotesView, eachChoiceBuildsItsPageAroundTheRunningBuild)
     ASSERT_TRUE(reloadCasts(helpDesk));
     EXPECT_TRUE(helpDesk->appCast().isEmpty());
     pane->changeType();
-    EXPECT_EQ(pane->pageSource(), cases[2].older);
+    EXPECT_EQ(pane->pageSource(), Font + "</font>");
 }
 
 TEST(QKHelpDeskReleaseNotesView, withoutASiteThePaneWaitsAndTheButtonOpensReleaseOrBetaFeed)
 {
-    QList<QUrl> opened;
-    QKWorkspace::setOpener([&](const QUrl &url) {
-        opened << url;
-        return true;
-    });
+    OpenedURLs opened;
     // A base URL below the site root tells the two forms apart.
     QKHelpDesk *helpDesk = openWithoutSite("Release Notes", "http://127.0.0.1:9/site/support");
     ASSERT_NE(helpDesk, nullptr);
@@ -130,8 +107,6 @@ TEST(QKHelpDeskReleaseNotesView, withoutASiteThePaneWaitsAndTheButtonOpensReleas
     QKApplication::sharedApplication()->setDelegate(&release);
     button->click();
     QKApplication::sharedApplication()->setDelegate(nullptr);
-    QKWorkspace::setOpener({});
-    EXPECT_EQ(opened,
-              QList<QUrl>({QUrl("http://127.0.0.1:9/users/beta/appcasts/tsth/2/index.php"),
-                           QUrl("http://127.0.0.1:9/site/support/appcasts/tsth/2/index.xml")}));
+    EXPECT_EQ(opened, QStringList({"http://127.0.0.1:9/users/beta/appcasts/tsth/2/index.php",
+                                   "http://127.0.0.1:9/site/support/appcasts/tsth/2/index.xml"}));
 }

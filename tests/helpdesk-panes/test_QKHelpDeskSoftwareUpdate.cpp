@@ -19,14 +19,13 @@ using namespace PanesTest;
 TEST(QKHelpDeskSoftwareUpdate, controlsShowTheStoredSettings)
 {
     constexpr int anyIndex = -2;
-    struct Case
+    const struct
     {
         QVariant startup, interval, lastCheck;
         bool startupBox, intervalBox;
         int popupIndex;
         QString lastCheckText;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {true, 86400, utc({2009, 3, 7}, {21, 5}), true, true, 1, "3/7/09 4:05 PM"},
         {false, 0, {}, false, false, anyIndex, "Never"},
         {{}, 3600, "2024-07-04 08:00:00 -0400", false, true, 0, "7/4/24 8:00 AM"},
@@ -35,7 +34,7 @@ TEST(QKHelpDeskSoftwareUpdate, controlsShowTheStoredSettings)
         {true, 2629800, "yesterday", true, true, 3, "Never"},
     };
     QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         defaults->setObject(c.startup, SUCheckAtStartupKey);
         defaults->setObject(c.interval, SUScheduledCheckIntervalKey);
         defaults->setObject(c.lastCheck, SULastCheckTimeKey);
@@ -60,19 +59,18 @@ TEST(QKHelpDeskSoftwareUpdate, changesRescheduleTheUpdaterAndCheckNowShowsTheCli
     auto *popup = pane->findChild<QComboBox *>("checkIntervalPopup");
     const QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
 
-    struct Case
+    const struct
     {
         bool startupBox, intervalBox;
         int popupIndex;
         qint64 storedInterval;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {true, true, 2, 604800},
         {false, true, 0, 3600},
         {true, false, 3, 0}, // the menu does not count while the box is off
         {false, true, -1, 0},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         popup->setCurrentIndex(c.popupIndex);
         emit popup->activated(c.popupIndex);
         // Clicks toggle the boxes into the wanted state, each one an action.

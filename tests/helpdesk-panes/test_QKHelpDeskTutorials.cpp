@@ -3,15 +3,12 @@
 #include "QKHelpDeskDates.h"
 #include "QKHelpDeskTutorials.h"
 #include "QKHelpDeskTutorialsModel.h"
-#include "QKSupportSite.h"
 #include "QKSupportSiteProcess.h"
 
 #include <QKUserDefaults.h>
-#include <QKWorkspace.h>
 
 #include <QPushButton>
 #include <QTreeView>
-#include <QUrl>
 
 #include <gtest/gtest.h>
 
@@ -41,20 +38,12 @@ protected:
     void SetUp() override
     {
         QKClock::setClock([] { return Now; });
-        QKWorkspace::setOpener([this](const QUrl &url) {
-            opened << url.toString();
-            return true;
-        });
     }
-    void TearDown() override
-    {
-        QKClock::setClock({});
-        QKWorkspace::setOpener({});
-    }
+    void TearDown() override { QKClock::setClock({}); }
     void open()
     {
-        helpDesk = HelpDeskTest::startHelpDesk();
-        ASSERT_TRUE(HelpDeskTest::openWindowAndWaitForCasts(helpDesk));
+        helpDesk = startHelpDesk();
+        ASSERT_TRUE(openWindowAndWaitForCasts(helpDesk));
         pane = paneOf<QKHelpDeskTutorials>(helpDesk);
         tree = pane->findChild<QTreeView *>("table");
     }
@@ -69,7 +58,7 @@ protected:
     QKHelpDesk *helpDesk = nullptr;
     QKHelpDeskTutorials *pane = nullptr;
     QTreeView *tree = nullptr;
-    QStringList opened;
+    OpenedURLs opened;
 };
 
 } // namespace
@@ -80,12 +69,11 @@ TEST(QKHelpDeskTutorials, containsUpdatesSearchesEveryDepthForAStrictlyLaterDate
     const QString before = "2023-12-31 18:59:59 -0500";
     const QString equal = "2024-01-01 00:00:00 +0000";
     const QString after = "2023-12-31 19:00:01 -0500";
-    struct Case
+    const struct
     {
         QVariantList entries;
         bool updates;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{}, false},
         {{tutorial(equal)}, false},
         {{tutorial(after)}, true},
@@ -95,13 +83,13 @@ TEST(QKHelpDeskTutorials, containsUpdatesSearchesEveryDepthForAStrictlyLaterDate
         {{tutorial(after.left(10))}, false},
         {{tutorial("", {tutorial(before)}), QVariantMap{{"downloadURL", "x"}}}, false},
     };
-    for (const Case &c : cases)
+    for (const auto &c : cases)
         EXPECT_EQ(QKHelpDeskTutorials::containsUpdates(c.entries, since), c.updates);
-    EXPECT_TRUE(HelpDeskTest::logText().contains(
+    EXPECT_TRUE(logText().contains(
         "the tutorial \"T\" has a publication date \"2023-12-31\" that is not a date"));
 }
 
-TEST_F(QKHelpDeskTutorialsTest, alertOncePerNewTutorialAndShowTheWholeTreeExpanded)
+TEST_F(QKHelpDeskTutorialsTest, alertOncePerNewTutorialShowTheTreeExpandedAndOpenItsAddresses)
 {
     QKSupportSiteProcess site;
     ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
@@ -124,21 +112,20 @@ TEST_F(QKHelpDeskTutorialsTest, alertOncePerNewTutorialAndShowTheWholeTreeExpand
 
     // "Assigning Shortcuts" of the group "Basics" came out 2024-02-12 10:45:00 in New York.
     enum Answer { HelpDesk = 0, Later = 1 };
-    struct Case
+    const struct
     {
         bool notify;
         QString lastCheck;
         Answer answer;
         bool alert;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {true, NowText, Later, false},
         {true, "2024-02-12 10:45:00 -0500", Later, false},
         {true, "2024-02-12 10:44:59 -0500", Later, true},
         {false, "2024-02-12 10:44:59 -0500", HelpDesk, false},
         {true, "2024-02-12 15:44:59 +0000", HelpDesk, true},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         notifyAboutUpdates(false, c.notify);
         defaults->setObject(c.lastCheck, LastCheck);
         helpDesk->setPane("support");
@@ -150,27 +137,21 @@ TEST_F(QKHelpDeskTutorialsTest, alertOncePerNewTutorialAndShowTheWholeTreeExpand
                   c.alert && c.answer == HelpDesk ? "tutorials" : "support");
         EXPECT_EQ(defaults->stringForKey(LastCheck), NowText) << "every load is a check";
     }
-}
 
-TEST_F(QKHelpDeskTutorialsTest, bothButtonsFollowTheDownloadAddress)
-{
-    QKSupportSiteProcess site;
-    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
-    open();
+    // Both buttons follow the download address.
     const QString base = site.baseURL();
     auto *download = pane->findChild<QPushButton *>("downloadButton");
     auto *stream = pane->findChild<QPushButton *>("streamButton");
     EXPECT_FALSE(download->isEnabled());
     EXPECT_TRUE(pane->selectedItemDownloadURL().isNull());
 
-    struct Case
+    const struct
     {
         QList<int> path;
         bool enabled;
         QString downloadURL, streamURL;
         QStringList opened; // by clicking download, then stream
-    };
-    const Case cases[] = {
+    } selections[] = {
         {{0}, false, {}, {}, {}},
         {{0, 0},
          true,
@@ -184,7 +165,7 @@ TEST_F(QKHelpDeskTutorialsTest, bothButtonsFollowTheDownloadAddress)
          {base + "/downloads/blob-2097152.bin"}},
         {{2}, false, {}, base + "/tutorials/tsth/2/webinar.html", {}},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : selections) {
         tree->setCurrentIndex(row(c.path));
         opened.clear();
         EXPECT_EQ(download->isEnabled(), c.enabled);
@@ -201,7 +182,7 @@ TEST_F(QKHelpDeskTutorialsTest, withoutAnIndexTheOutlineIsEmptyButTheCheckIsReco
 {
     notifyAboutUpdates(true, true);
     answerAlerts({});
-    QKSupportSite::setBaseURL("http://127.0.0.1:9");
+    useSite("http://127.0.0.1:9");
     open();
     EXPECT_EQ(tree->model()->rowCount(), 0);
     EXPECT_TRUE(alertMessages().isEmpty());

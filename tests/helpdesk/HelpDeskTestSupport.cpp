@@ -1,58 +1,33 @@
 #include "HelpDeskTestSupport.h"
 
 #include "QKHelpDesk.h"
+#include "QKHelpDeskView.h"
+#include "QKSupportSite.h"
 #include "QKTestEnvironment.h"
 
 #include <QKApplicationLog.h>
+#include <QKWorkspace.h>
 
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QDirIterator>
-#include <QFile>
-#include <QHttpServer>
 #include <QHttpServerResponder>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
 
+#include <memory>
 #include <vector>
 
 namespace HelpDeskTest {
 
-bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
-{
-    QDeadlineTimer deadline(timeoutMs);
-    while (!condition() && !deadline.hasExpired())
-        QTest::qWait(10);
-    return condition();
-}
-
 QString logText()
 {
-    QFile file(QKApplicationLog::sharedLog()->logFilePath());
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    return QString::fromUtf8(
+        QKTestEnvironment::readAll(QKApplicationLog::sharedLog()->logFilePath()));
 }
 
 QString downloadFolder()
 {
-    return QKTestEnvironment::homePath() + QStringLiteral("/Downloads");
-}
-
-QString sampleDataWith(const QHash<QString, QByteArray> &files)
-{
-    static std::vector<std::unique_ptr<QTemporaryDir>> copies;
-    const QDir source(QStringLiteral(QK_SUPPORT_SITE_DATA));
-    auto copy = std::make_unique<QTemporaryDir>();
-    QDirIterator it(source.path(), QDir::Files, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        QKTestEnvironment::writeAll(copy->filePath(source.relativeFilePath(path)),
-                                    QKTestEnvironment::readAll(path));
-    }
-    for (auto file = files.cbegin(); file != files.cend(); ++file)
-        QKTestEnvironment::writeAll(copy->filePath(file.key()), file.value());
-    copies.push_back(std::move(copy));
-    return copies.back()->path();
+    return QKTestEnvironment::homeFile(QStringLiteral("Downloads"));
 }
 
 QStringList filesIn(const QString &folder)
@@ -60,11 +35,26 @@ QStringList filesIn(const QString &folder)
     return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
 }
 
-bool openWindowAndWaitForCasts(QKHelpDesk *helpDesk)
+QString sampleDataWith(const QHash<QString, QByteArray> &files)
 {
-    QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
-    helpDesk->_openWindow(QString());
-    return casts.wait(60000);
+    static std::vector<std::unique_ptr<QTemporaryDir>> copies;
+    const QDir source(QStringLiteral(QK_SUPPORT_SITE_DATA));
+    const QTemporaryDir &copy = *copies.emplace_back(std::make_unique<QTemporaryDir>());
+    QDirIterator it(source.path(), QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QKTestEnvironment::writeAll(copy.filePath(source.relativeFilePath(path)),
+                                    QKTestEnvironment::readAll(path));
+    }
+    for (auto file = files.cbegin(); file != files.cend(); ++file)
+        QKTestEnvironment::writeAll(copy.filePath(file.key()), file.value());
+    return copy.path();
+}
+
+void useSite(const QString &baseURL)
+{
+    QKSupportSite::setBaseURL(baseURL);
+    QKSupportSite::setHelpDeskAPIURL(baseURL + QStringLiteral("/helpspot_api.php"));
 }
 
 QKHelpDesk *startHelpDesk(const QString &email)
@@ -77,26 +67,53 @@ QKHelpDesk *startHelpDesk(const QString &email)
     return QKHelpDesk::helpDesk();
 }
 
-ScriptedServer::ScriptedServer() : m_server(std::make_unique<QHttpServer>())
+bool openWindowAndWaitForCasts(QKHelpDesk *helpDesk)
 {
-    m_server->setMissingHandler([this](const QHttpServerRequest &request,
-                                       QHttpServerResponder &&responder) {
-        const auto reply = m_replies.constFind(request.url().path());
-        if (reply == m_replies.cend()) {
-            responder.write(QHttpServerResponder::StatusCode::NotFound);
-            return;
-        }
-        responder.write(reply->body, reply->type, QHttpServerResponder::StatusCode(reply->status));
-    });
-    m_port = m_server->listen(QHostAddress::LocalHost, 0);
+    QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
+    helpDesk->_openWindow(QString());
+    return casts.wait(60000);
 }
 
-ScriptedServer::~ScriptedServer() = default;
-
-void ScriptedServer::setReply(const QString &path, const QByteArray &body, int status,
-                              const QByteArray &type)
+bool reloadCasts(QKHelpDesk *helpDesk)
 {
-    m_replies.insert(path, Reply{body, status, type});
+    QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
+    helpDesk->loadCasts();
+    return casts.wait(30000);
+}
+
+QKHelpDeskView *pane(const QKHelpDesk *helpDesk, const QString &identifier)
+{
+    for (QKHelpDeskView *candidate : helpDesk->views()) {
+        if (candidate->identifier() == identifier)
+            return candidate;
+    }
+    return nullptr;
+}
+
+OpenedURLs::OpenedURLs()
+{
+    QKWorkspace::setOpener([this](const QUrl &url) {
+        append(url.toString());
+        return true;
+    });
+}
+
+OpenedURLs::~OpenedURLs()
+{
+    QKWorkspace::setOpener({});
+}
+
+ScriptedServer::ScriptedServer()
+{
+    m_server.setMissingHandler(
+        [this](const QHttpServerRequest &request, QHttpServerResponder &&responder) {
+            const auto reply = replies.constFind(request.url().path());
+            if (reply == replies.cend())
+                responder.write(QHttpServerResponder::StatusCode::NotFound);
+            else
+                responder.write(*reply, "text/plain");
+        });
+    m_port = m_server.listen(QHostAddress::LocalHost, 0);
 }
 
 QString ScriptedServer::baseURL() const

@@ -1,69 +1,74 @@
 #pragma once
 
-// Shared helpers of the help desk tests: the log, the download folder, waiting for the
-// casts, and a small HTTP server that answers with whatever a test scripts.
+// Shared helpers of the help desk and pane tests: the log, the download folder, the help desk
+// started as a host starts it, a release build, the addresses opened in the browser, and a
+// small HTTP server that answers as a test scripts.
 
 #include "QKTestPrinters.h"
 
-#include <QByteArray>
+#include <QKApplication.h>
+
 #include <QHash>
+#include <QHttpServer>
 #include <QString>
 #include <QStringList>
+#include <QTest>
 
-#include <functional>
-#include <memory>
-
-class QHttpServer;
 class QKHelpDesk;
+class QKHelpDeskView;
 
 namespace HelpDeskTest {
 
-/** Runs the event loop until @p condition holds or @p timeoutMs pass; returns the condition. */
-bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 10000);
-
 /** Everything the application log holds so far. */
 QString logText();
-
-/** "~/Downloads", the download folder of the test's HOME (not created). */
+/** "~/Downloads" of the test's HOME (not created). */
 QString downloadFolder();
 /** The names in @p folder, hidden ones included; empty when it is not a folder. */
 QStringList filesIn(const QString &folder);
-
 /** A copy of the support site's sample data with @p files (paths relative to the data
  *  folder) replaced or added; it lasts as long as the test process. */
 QString sampleDataWith(const QHash<QString, QByteArray> &files);
 
+/** Points the support site and the help desk API of this process at @p baseURL. */
+void useSite(const QString &baseURL);
+/** Starts the help desk as a host does at launch; @p email stands for the address on the
+ *  user's own card (none when empty). */
+QKHelpDesk *startHelpDesk(const QString &email = QString());
 /** Opens the help desk window and waits until its casts have arrived. */
 bool openWindowAndWaitForCasts(QKHelpDesk *helpDesk);
+/** Fetches the casts again and waits until the panes have them. */
+bool reloadCasts(QKHelpDesk *helpDesk);
+/** The pane with @p identifier; null when there is none. */
+QKHelpDeskView *pane(const QKHelpDesk *helpDesk, const QString &identifier);
 
-/** Starts the help desk as a host does at launch and returns it; @p email stands for the
- *  address on the user's own card (none when empty). */
-QKHelpDesk *startHelpDesk(const QString &email = QString());
+/** The delegate of a release build (the test host is a beta build). */
+class ReleaseBuild : public QKApplicationDelegate
+{
+public:
+    bool isBetaVersion() const override { return false; }
+};
 
-/**
- * An HTTP server on 127.0.0.1 run by the test's own event loop. Every path (without the
- * query) answers with the body, status and type set for it; others get 404.
- */
+/** The addresses the library opens in the browser while this lives, as strings. */
+class OpenedURLs : public QStringList
+{
+public:
+    OpenedURLs();
+    ~OpenedURLs();
+};
+
+/** An HTTP server on 127.0.0.1: a path (without the query) in replies answers 200 with its
+ *  body, any other 404. */
 class ScriptedServer
 {
 public:
     ScriptedServer();
-    ~ScriptedServer();
-
-    void setReply(const QString &path, const QByteArray &body, int status = 200,
-                  const QByteArray &type = "text/plain");
     /** "http://127.0.0.1:PORT". */
     QString baseURL() const;
 
+    QHash<QString, QByteArray> replies;
+
 private:
-    struct Reply
-    {
-        QByteArray body;
-        int status;
-        QByteArray type;
-    };
-    std::unique_ptr<QHttpServer> m_server;
-    QHash<QString, Reply> m_replies;
+    QHttpServer m_server;
     quint16 m_port = 0;
 };
 
