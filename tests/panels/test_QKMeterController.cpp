@@ -11,31 +11,23 @@
 
 namespace {
 
-QStringList g_heard;
-
-// Records what it hears as "name=measurement".
-class RecordingMeter : public QKMeter
+struct Meter : QKMeter
 {
-public:
-    explicit RecordingMeter(const QString &name) : m_name(name) {}
-    void input(const QVariant &measurement) override
-    {
-        g_heard << m_name + u'=' + measurement.toString();
-        last = measurement;
-        if (onInput)
-            onInput();
-    }
-
-    QVariant last;
-    std::function<void()> onInput;
-
-private:
-    QString m_name;
+    explicit Meter(std::function<void(const QVariant &)> onInput) : onInput(std::move(onInput)) {}
+    void input(const QVariant &measurement) override { onInput(measurement); }
+    std::function<void(const QVariant &)> onInput;
 };
 
-std::shared_ptr<RecordingMeter> meter(const QString &name)
+QStringList g_heard;
+
+// A meter that records what it hears as "name=measurement", then runs @p then.
+std::shared_ptr<Meter> meter(const QString &name, const std::function<void()> &then = {})
 {
-    return std::make_shared<RecordingMeter>(name);
+    return std::make_shared<Meter>([=](const QVariant &measurement) {
+        g_heard << name + u'=' + measurement.toString();
+        if (then)
+            then();
+    });
 }
 
 QKMeterController *controller()
@@ -61,47 +53,45 @@ TEST(QKMeterController, fansOutToEveryMeterOnceInRegistrationOrder)
     controller()->addMeter(right);
     controller()->addMeter(nullptr);
     EXPECT_EQ(heard(u"-6 dB"_s), QStringList({"right=-6 dB", "left=-6 dB"}));
-    // Passed on untouched, whatever it holds.
-    const QVariantMap levels{{u"peak"_s, QVariantList{0.5, 0.25}}};
-    controller()->input(levels);
-    EXPECT_EQ(left->last, levels);
 
     // Removing what is not registered, or twice, changes nothing.
-    RecordingMeter stranger(u"stranger"_s);
+    Meter stranger([](const QVariant &) {});
     controller()->removeMeter(&stranger);
     controller()->removeMeter(left.get());
     controller()->removeMeter(left.get());
     EXPECT_EQ(heard(1), QStringList({"right=1"}));
     controller()->removeMeter(right.get());
     EXPECT_TRUE(heard(2).isEmpty());
+
+    // Passed on untouched, whatever it holds.
+    const QVariantMap levels{{u"peak"_s, QVariantList{0.5, 0.25}}};
+    QVariant received;
+    controller()->addMeter(std::make_shared<Meter>([&](const QVariant &m) { received = m; }));
+    controller()->input(levels);
+    EXPECT_EQ(received, levels);
 }
 
 TEST(QKMeterController, metersChangingTheListDuringInputTakeEffectNextTime)
 {
-    auto first = meter(u"first"_s), late = meter(u"late"_s);
-    first->onInput = [&late] {
-        controller()->addMeter(late);
-    };
-    controller()->addMeter(first);
+    auto late = meter(u"late"_s);
+    controller()->addMeter(meter(u"first"_s, [&late] { controller()->addMeter(late); }));
     EXPECT_EQ(heard(1), QStringList({"first=1"}));
     EXPECT_EQ(heard(2), QStringList({"first=2", "late=2"}));
 
     // A meter that unregisters itself finishes its input; the controller owned it.
-    auto leaving = meter(u"leaving"_s);
-    std::weak_ptr<RecordingMeter> watch = leaving;
+    std::weak_ptr<QKMeter> leaving;
     bool aliveAfterRemoval = false;
-    leaving->onInput = [&] {
-        controller()->removeMeter(watch.lock().get());
-        aliveAfterRemoval = !watch.expired();
-    };
-    controller()->addMeter(leaving);
-    leaving.reset();
+    controller()->addMeter(meter(u"leaving"_s, [&] {
+        controller()->removeMeter(leaving.lock().get());
+        aliveAfterRemoval = !leaving.expired();
+    }));
+    leaving = controller()->meters().last();
     EXPECT_EQ(heard(3), QStringList({"first=3", "late=3", "leaving=3"}));
     EXPECT_TRUE(aliveAfterRemoval);
-    EXPECT_TRUE(watch.expired());
+    EXPECT_TRUE(leaving.expired());
 
     // Disposing releases the meters still registered; the next controller starts empty.
-    const std::weak_ptr<RecordingMeter> owned = late;
+    const std::weak_ptr<Meter> owned = late;
     late.reset();
     EXPECT_FALSE(owned.expired());
     QKMeterController::dispose();

@@ -189,29 +189,7 @@ TEST(QKPreferencesPanel, animatedResizeNeverMovesTheTopEdge)
     EXPECT_GT(frames.size(), 2);
 }
 
-TEST(QKPreferencesPanel, openPaneRecentresWhileOpenKeepsThePlace)
-{
-    TestPanel *panel = testPanel();
-    QKPreferencesPanel::open();
-    panel->panel()->move(10, 20);
-    const QPoint moved = panel->panel()->pos();
-    g_log.clear();
-    QKPreferencesPanel::open();
-    EXPECT_EQ(panel->panel()->pos(), moved);
-    EXPECT_EQ(panel->currentPane(), panel->pane(0));
-    EXPECT_TRUE(g_log.isEmpty());
-
-    for (int time = 0; time < 2; ++time) {
-        panel->panel()->move(10, 20);
-        QKPreferencesPanel::openPane(u"audio"_s);
-        EXPECT_EQ(panel->currentPane(), panel->pane(1));
-        EXPECT_TRUE(panel->item(u"audio"_s)->isChecked());
-        EXPECT_LE(offCentre(), 2) << time;
-    }
-    EXPECT_EQ(g_log, switchToAudio);
-}
-
-TEST(QKPreferencesPanel, unknownPaneLeavesThePanelWithoutAPane)
+TEST(QKPreferencesPanel, openPaneRecentresOpenKeepsThePlaceAndUnknownPanesLeaveNone)
 {
     TestPanel *panel = testPanel();
     QKPreferencesPanel::openPane(u"missing"_s);
@@ -220,12 +198,28 @@ TEST(QKPreferencesPanel, unknownPaneLeavesThePanelWithoutAPane)
     EXPECT_TRUE(g_log.isEmpty());
 
     QKPreferencesPanel::openPane(u"general"_s);
+    panel->panel()->move(10, 20);
+    const QPoint moved = panel->panel()->pos();
+    g_log.clear();
+    QKPreferencesPanel::open();
+    EXPECT_EQ(panel->panel()->pos(), moved);
+    EXPECT_EQ(panel->currentPane(), panel->pane(0));
+    EXPECT_TRUE(g_log.isEmpty());
+    for (int time = 0; time < 2; ++time) {
+        panel->panel()->move(10, 20);
+        QKPreferencesPanel::openPane(u"audio"_s);
+        EXPECT_EQ(panel->currentPane(), panel->pane(1));
+        EXPECT_TRUE(panel->item(u"audio"_s)->isChecked());
+        EXPECT_LE(offCentre(), 2) << time;
+    }
+    EXPECT_EQ(g_log, switchToAudio);
+
     g_log.clear();
     QKPreferencesPanel::openPane(u"missing"_s);
     EXPECT_EQ(panel->currentPane(), nullptr);
-    EXPECT_EQ(g_log, QStringList({"general:willResign", "general:didResign"}));
+    EXPECT_EQ(g_log, QStringList({"audio:willResign", "audio:didResign"}));
     EXPECT_EQ(panel->panel()->height(), toolbarHeight());
-    EXPECT_FALSE(panel->pane(0)->isVisible());
+    EXPECT_FALSE(panel->pane(1)->isVisible());
 }
 
 TEST(QKPreferencesPanel, closingThePanelCommitsTheFieldBeingEdited)

@@ -6,8 +6,6 @@
 
 #include <QDialog>
 #include <QFileDialog>
-#include <QGuiApplication>
-#include <QLayout>
 #include <QListView>
 #include <QPushButton>
 #include <QScreen>
