@@ -1,6 +1,6 @@
 #pragma once
 
-// Helpers shared by the panel tests: saved screenshots and pixel checks.
+// Screenshots of the panels, saved for a person to look at, and pixel checks on them.
 
 #include "QKTestPrinters.h"
 
@@ -9,18 +9,16 @@
 #include <QImage>
 #include <QWidget>
 
-#include <algorithm>
 #include <cstdio>
 
 namespace PanelTestSupport {
 
 /** Writes @p image as "<name>.png" into $QK_TEST_ARTIFACTS, else "test-artifacts" beside
- *  the test executable, for a person to look at, and prints the path. */
+ *  the test executable, and prints the path. */
 inline void saveArtifact(const QImage &image, const QString &name)
 {
-    QString folder = qEnvironmentVariable("QK_TEST_ARTIFACTS");
-    if (folder.isEmpty())
-        folder = QCoreApplication::applicationDirPath() + u"/test-artifacts"_s;
+    const QString folder = qEnvironmentVariable(
+        "QK_TEST_ARTIFACTS", QCoreApplication::applicationDirPath() + u"/test-artifacts"_s);
     const QString path = QDir(folder).filePath(name + u".png"_s);
     if (QDir().mkpath(folder) && image.save(path, "PNG"))
         std::printf("Screenshot saved to %s\n", qPrintable(path));
@@ -34,28 +32,15 @@ inline QImage screenshot(QWidget *window, const QString &name)
     return shot;
 }
 
-/** The brightest grey level (the largest of red, green and blue) of the opaque pixels of
- *  @p rect in @p image. */
-inline int brightestLevel(const QImage &image, const QRect &rect)
-{
-    int brightest = 0;
-    const QRect area = rect.intersected(image.rect());
-    for (int y = area.top(); y <= area.bottom(); ++y) {
-        for (int x = area.left(); x <= area.right(); ++x) {
-            const QRgb pixel = image.pixel(x, y);
-            if (qAlpha(pixel) == 255)
-                brightest = std::max({brightest, qRed(pixel), qGreen(pixel), qBlue(pixel)});
-        }
-    }
-    return brightest;
-}
-
 /** Each corner pixel of @p image is fully transparent: the window's corners are rounded. */
 inline bool cornersAreTransparent(const QImage &image)
 {
     const QRect r = image.rect();
-    return qAlpha(image.pixel(r.topLeft())) == 0 && qAlpha(image.pixel(r.topRight())) == 0 &&
-           qAlpha(image.pixel(r.bottomLeft())) == 0 && qAlpha(image.pixel(r.bottomRight())) == 0;
+    for (const QPoint corner : {r.topLeft(), r.topRight(), r.bottomLeft(), r.bottomRight()}) {
+        if (qAlpha(image.pixel(corner)) != 0)
+            return false;
+    }
+    return true;
 }
 
 } // namespace PanelTestSupport

@@ -20,6 +20,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 const QDateTime g_now(QDate(2031, 3, 1), QTime(9, 0), QTimeZone::utc());
@@ -46,11 +48,7 @@ protected:
             return true;
         });
     }
-    void TearDown() override
-    {
-        QKWorkspace::setOpener({});
-        QKAboutPanel::setBundle(nullptr);
-    }
+    void TearDown() override { QKAboutPanel::setBundle(nullptr); }
 
     QString path(const char *name) const { return m_folder.filePath(QString::fromLatin1(name)); }
     template<typename T = QLabel> static T *child(const char *name)
@@ -61,24 +59,6 @@ protected:
     QTemporaryDir m_folder;
     QKBundle m_bundle{{m_folder.path()}};
     QList<QUrl> m_opened;
-};
-
-// Holds down the keys of @p modifiers in a window of its own, as the window system reports
-// them, so the application sees them as the current event's modifiers.
-class HeldModifiers
-{
-public:
-    explicit HeldModifiers(Qt::KeyboardModifiers modifiers)
-    {
-        m_window.resize(50, 50);
-        m_window.show();
-        if (QTest::qWaitForWindowExposed(&m_window))
-            QTest::keyPress(m_window.windowHandle(), Qt::Key_Shift, modifiers);
-    }
-    ~HeldModifiers() { QTest::keyRelease(m_window.windowHandle(), Qt::Key_Shift, {}); }
-
-private:
-    QWidget m_window;
 };
 
 } // namespace
@@ -95,37 +75,35 @@ TEST(QKAboutPanelBirthday, countsYearsOf356Days)
         // Counted in years of 365 days this would be 4 years.
         {356 * 5 + 1, "5 years and 0 months"},
     };
+    // Counted from the instant, whatever the time zone of now.
     for (const auto &[days, age] : ages) {
-        EXPECT_EQ(QKAboutPanel::birthdayString(birth.addMSecs(qint64(days * 86400000))),
+        const QDateTime now = birth.addMSecs(qint64(days * 86400000)).toTimeZone(QTimeZone::utc());
+        EXPECT_EQ(QKAboutPanel::birthdayString(now),
                   u"Kestrin is %1 old today!"_s.arg(QLatin1String(age)));
     }
-    // The same instant in another time zone.
-    EXPECT_EQ(QKAboutPanel::birthdayString(
-                  QDateTime(QDate(2007, 7, 13), QTime(13, 30), QTimeZone::utc())),
-              u"Kestrin is 1 year and 0 months old today!"_s);
 }
 
-TEST_F(QKAboutPanelTest, fieldsComeFromTheBundleAndDocumentsOpenWhenPresent)
+TEST_F(QKAboutPanelTest, fieldsComeFromTheBundleAndDocumentsOpenAsFilesWhenPresent)
 {
     EXPECT_EQ(child("appNameText")->text(), u"Test Host"_s);
     EXPECT_EQ(child("versionText")->text(), u"3.1 Public Beta 2"_s);
     EXPECT_EQ(child("buildText")->text(), u"3102"_s);
     EXPECT_EQ(child("copyrightText")->text(), u"Copyright © 2003-2031 Velmora"_s);
-    EXPECT_EQ(child<QAbstractButton>("legalButton")->text(), u"Legal"_s);
-    EXPECT_EQ(child<QAbstractButton>("acknowledgementsButton")->text(), u"Acknowledgements"_s);
-    EXPECT_TRUE(child<QAbstractButton>("legalButton")->isEnabled());
-    EXPECT_FALSE(child<QAbstractButton>("acknowledgementsButton")->isEnabled());
+    auto *legal = child<QAbstractButton>("legalButton");
+    auto *acknowledgements = child<QAbstractButton>("acknowledgementsButton");
+    EXPECT_EQ(legal->text(), u"Legal"_s);
+    EXPECT_EQ(acknowledgements->text(), u"Acknowledgements"_s);
+    EXPECT_TRUE(legal->isEnabled());
+    EXPECT_FALSE(acknowledgements->isEnabled());
 
     QKAboutPanel *panel = QKAboutPanel::aboutPanel();
     panel->open();
-    QTest::mouseClick(child<QAbstractButton>("legalButton"), Qt::LeftButton);
+    QTest::mouseClick(legal, Qt::LeftButton);
     panel->openAcknowledgements();
     EXPECT_EQ(m_opened, QList<QUrl>({QUrl::fromLocalFile(path("legal.pdf"))}));
     EXPECT_TRUE(panel->isVisible());
-}
+    m_opened.clear();
 
-TEST_F(QKAboutPanelTest, compiledInDocumentIsHandedToTheViewerAsAFile)
-{
     // The host's documents usually live in its compiled resources, which no viewer can read.
     ASSERT_TRUE(QKTestEnvironment::writeAll(path("documents.qrc"),
                                             "<RCC><qresource prefix=\"/\"><file>Info.plist</file>"
@@ -137,9 +115,7 @@ TEST_F(QKAboutPanelTest, compiledInDocumentIsHandedToTheViewerAsAFile)
     ASSERT_TRUE(QResource::registerResource(path("documents.rcc"), u"/documents"_s));
     QKBundle compiled({u":/documents"_s});
     QKAboutPanel::setBundle(&compiled);
-
-    EXPECT_TRUE(child<QAbstractButton>("legalButton")->isEnabled());
-    QKAboutPanel::aboutPanel()->openLegal();
+    panel->openLegal();
     ASSERT_EQ(m_opened.size(), 1);
     const QString opened = m_opened.first().toLocalFile();
     EXPECT_TRUE(opened.endsWith(u"/legal.pdf"_s) && !opened.startsWith(u':'))
@@ -150,25 +126,29 @@ TEST_F(QKAboutPanelTest, compiledInDocumentIsHandedToTheViewerAsAFile)
 TEST_F(QKAboutPanelTest, extraLineNeedsControlAltAndShift)
 {
     QKAboutPanel *panel = QKAboutPanel::aboutPanel();
-    {
-        HeldModifiers held(Qt::ControlModifier | Qt::AltModifier);
+    // Modifiers held down in a window of their own, as the window system reports them.
+    QWidget keyboard;
+    keyboard.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&keyboard));
+    const auto openHolding = [&](Qt::KeyboardModifiers modifiers) {
+        QTest::keyPress(keyboard.windowHandle(), Qt::Key_Shift, modifiers);
         panel->open();
-    }
-    EXPECT_TRUE(child("additionalText")->text().isEmpty());
-    EXPECT_EQ(child("additionalText")->textInteractionFlags(), Qt::NoTextInteraction);
+        QTest::keyRelease(keyboard.windowHandle(), Qt::Key_Shift, {});
+    };
+    QLabel *extra = child("additionalText");
+    openHolding(Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_TRUE(extra->text().isEmpty());
+    EXPECT_EQ(extra->textInteractionFlags(), Qt::NoTextInteraction);
     panel->close();
-    {
-        HeldModifiers held(Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier);
-        panel->open();
-    }
-    EXPECT_EQ(child("additionalText")->text(), QKAboutPanel::birthdayString(g_now));
-    EXPECT_TRUE(child("additionalText")->textInteractionFlags() & Qt::TextSelectableByMouse);
+    openHolding(Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier);
+    EXPECT_EQ(extra->text(), QKAboutPanel::birthdayString(g_now));
+    EXPECT_TRUE(extra->textInteractionFlags() & Qt::TextSelectableByMouse);
     // Opening while visible changes nothing, not even the extra line.
     panel->open();
-    EXPECT_FALSE(child("additionalText")->text().isEmpty());
+    EXPECT_FALSE(extra->text().isEmpty());
     panel->close();
     panel->open();
-    EXPECT_TRUE(child("additionalText")->text().isEmpty());
+    EXPECT_TRUE(extra->text().isEmpty());
 }
 
 TEST_F(QKAboutPanelTest, clickOnTheBackgroundClosesAndFadesKeepTheWindow)
@@ -207,10 +187,20 @@ TEST_F(QKAboutPanelTest, screenshotShowsGradientSeparatorAndButtons)
     EXPECT_NEAR(qRed(shot.pixel(170, 210)), 85, 4);
     EXPECT_LT(qRed(shot.pixel(170, 208)), 20);
     EXPECT_LT(qRed(shot.pixel(10, 210)), 20);
-    // Light grey title on the enabled button, dark grey on the disabled one.
-    EXPECT_GE(PanelTestSupport::brightestLevel(shot, child<QWidget>("legalButton")->geometry()),
-              150);
-    EXPECT_LE(PanelTestSupport::brightestLevel(
-                  shot, child<QWidget>("acknowledgementsButton")->geometry()),
-              95);
+    // Light grey title on the enabled button, dark grey on the disabled one: the brightest
+    // opaque pixel of each.
+    const auto brightest = [&shot](const char *button) {
+        int level = 0;
+        const QRect area = child<QWidget>(button)->geometry().intersected(shot.rect());
+        for (int y = area.top(); y <= area.bottom(); ++y) {
+            for (int x = area.left(); x <= area.right(); ++x) {
+                const QRgb pixel = shot.pixel(x, y);
+                if (qAlpha(pixel) == 255)
+                    level = std::max({level, qRed(pixel), qGreen(pixel), qBlue(pixel)});
+            }
+        }
+        return level;
+    };
+    EXPECT_GE(brightest("legalButton"), 150);
+    EXPECT_LE(brightest("acknowledgementsButton"), 95);
 }

@@ -1,19 +1,15 @@
-#include "QKTestEnvironment.h"
 #include "ShortcutTestHost.h"
 
 #include <QKAlert.h>
-#include <QKKeyboardShortcuts.h>
-#include <QKMainMenu.h>
 #include <QKPanelFrame.h>
-#include <QKPropertyList.h>
-#include <QKShortcut.h>
 #include <QKShortcutGroup.h>
-#include <QKUserDefaults.h>
 
-#include <QAction>
-#include <QFile>
-#include <QGuiApplication>
+#include <QDialog>
+#include <QFileDialog>
+#include <QListView>
+#include <QPushButton>
 #include <QScreen>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -21,21 +17,10 @@ using namespace ShortcutTestHost;
 
 namespace {
 
-// The stored changes as the registry will read them at the next launch.
-QVariant storedChanges()
-{
-    return QKPropertyList::fromData(defaults()->dataForKey(QKKeyboardShortcuts::CustomKey));
-}
-
-void load()
-{
-    registry()->loadShortcutsFromPreferencesWithChanges(true);
-}
-
 void relaunch()
 {
     QKUserDefaults::resetStandardUserDefaults();
-    load();
+    registry()->loadShortcutsFromPreferencesWithChanges(true);
 }
 
 // Answers the file panels with @p path (cancels when empty); records each request's file
@@ -49,31 +34,61 @@ void answerPanels(const QString &path, QStringList *requests = nullptr)
     });
 }
 
+// Counts the key events that reach a widget.
+class KeySpy : public QObject
+{
+public:
+    explicit KeySpy(QWidget *widget) { widget->installEventFilter(this); }
+    QMap<QEvent::Type, int> seen;
+    int presses() const { return seen.value(QEvent::KeyPress); }
+
+protected:
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        ++seen[event->type()];
+        return false;
+    }
+};
+
+// The host window with the default list loaded, active, the table focused.
 class Registry : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        installBundle();
-        load();
+        loadBundle();
+        host.activate();
     }
+    Window host;
 };
+using ShortcutEvents = Registry;
+
+// Shows @p window as the active window with @p focus focused.
+void showFocused(QWidget *window, QWidget *focus)
+{
+    window->show();
+    QApplication::setActiveWindow(window);
+    focus->setFocus();
+}
+
+void sendKey(QWidget *widget, Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier,
+             const QString &text = QString(), bool autoRepeat = false)
+{
+    QKeyEvent press(QEvent::KeyPress, key, modifiers, text, autoRepeat);
+    QApplication::sendEvent(widget, &press);
+    QKeyEvent release(QEvent::KeyRelease, key, modifiers, text, autoRepeat);
+    QApplication::sendEvent(widget, &release);
+}
 
 } // namespace
 
-TEST(QKKeyboardShortcuts, panelDefaultsAndNothingBeforeLoading)
+TEST(QKKeyboardShortcuts, nothingBeforeLoadingAndFramesRunUpFromTheScreenBottom)
 {
     EXPECT_TRUE(registry()->groups().isEmpty());
-    // Opening the panel before loading does nothing.
     QKKeyboardShortcuts::openPanel();
     QKKeyboardShortcuts::togglePanel();
     EXPECT_EQ(registry()->editor(), nullptr);
-    EXPECT_TRUE(defaults()->boolForKey(QKKeyboardShortcuts::OpenKey));
-    const QRectF visible = QKPanelFrame::mainScreenVisibleFrame();
-    EXPECT_EQ(NSRectFromString(defaults()->stringForKey(QKKeyboardShortcuts::FrameKey)),
-              QRectF(visible.right() - 375 - 4, visible.y() + 32, 375, 259));
 
-    // Panel frames run up from the bottom-left corner of the main screen.
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
     const QRect geometry(100, 50, 375, 259);
     const QRectF frame = QKPanelFrame::fromScreenGeometry(geometry);
@@ -90,13 +105,7 @@ TEST_F(Registry, loadsGroupsAndFindsShortcutsByKeyInListOrder)
     EXPECT_EQ(registry()->shortcutWithKey(QKShortcutKey(u'y', Command)), nullptr);
     EXPECT_EQ(registry()->shortcutWithAction("nothing:"), nullptr);
     // Loading shows the keys in the menus.
-    Window window;
-    window.activate();
-    load();
-    EXPECT_EQ(QKMainMenu::itemForPath({"Export", "As Text"})->shortcut(),
-              QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
-    EXPECT_EQ(QKMainMenu::itemForPath({"Delete Track"})->shortcut(),
-              QKeySequence(Qt::CTRL | Qt::Key_Backspace));
+    EXPECT_EQ(menuKey({"Delete Track"}), QKeySequence(Qt::CTRL | Qt::Key_Backspace));
 
     QKShortcut *newTrack = registry()->shortcutWithAction("newTrack:");
     QKShortcut *undo = registry()->shortcutWithAction("undoChange:");
@@ -120,16 +129,23 @@ TEST(QKKeyboardShortcuts, missingOrMalformedResourceGivesNoGroups)
         QByteArray("\x00\x01 not a property list", 24)};
     for (const QByteArray &contents : broken) {
         SCOPED_TRACE(contents.toStdString());
-        installBundle();
-        load();
+        loadBundle();
         ASSERT_EQ(registry()->groups().size(), 3);
-        installBundle(contents);
-        load();
+        loadBundle(contents);
         EXPECT_TRUE(registry()->groups().isEmpty());
         EXPECT_EQ(registry()->shortcutWithKey(QKShortcutKey(u't', Command)), nullptr);
     }
     EXPECT_TRUE(logText().contains(u"shortcuts.xml is missing"_s));
     EXPECT_TRUE(logText().contains(u"not a property list array"_s));
+
+    // Keys take the usual path then; modifier changes are still consumed.
+    Window window;
+    window.activate();
+    KeySpy spy(window.table);
+    QTest::keyClick(window.table, Qt::Key_T, Qt::ControlModifier);
+    QTest::keyPress(window.table, Qt::Key_Control);
+    EXPECT_EQ(spy.presses(), 1);
+    EXPECT_EQ(window.totalCalls(), 0);
 }
 
 TEST_F(Registry, loadChangesTakesTheKeyFromItsHolder)
@@ -138,16 +154,9 @@ TEST_F(Registry, loadChangesTakesTheKeyFromItsHolder)
     registry()->loadChanges({shortcutState("Undo Change", "undoChange:", u't', Command)});
     EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u't', Command));
     EXPECT_TRUE(keyOf("newTrack:").isClear());
-    EXPECT_EQ(registry()->shortcutWithKey(QKShortcutKey(u't', Command)),
-              registry()->shortcutWithAction("undoChange:"));
 
     // Only the key is taken: name, tag, repeats and enabled of a change are ignored.
-    registry()->loadChanges({QVariantMap{{"name", "Renamed"},
-                                         {"action", "nudgeLeft:"},
-                                         {"tag", 99},
-                                         {"enabled", false},
-                                         {"character", 0xF700},
-                                         {"modifiers", 0}}});
+    registry()->loadChanges({shortcutState("Renamed", "nudgeLeft:", 0xF700, 0, false, true, 99)});
     EXPECT_EQ(registry()->shortcutWithAction("nudgeLeft:")->state(),
               shortcutState("Nudge Left", "nudgeLeft:", 0xF700, 0));
 
@@ -176,7 +185,7 @@ TEST_F(Registry, changedKeysAreStoredAndComeBackAtTheNextLaunch)
     // Kept as a binary property list in a data value.
     registry()->saveToDefaults();
     EXPECT_TRUE(defaults()->dataForKey(QKKeyboardShortcuts::CustomKey).startsWith("bplist"));
-    EXPECT_EQ(storedChanges().toList(), changes);
+    EXPECT_EQ(storedChanges(), changes);
 
     // At the next launch the other holder of a key ends up without it.
     relaunch();
@@ -195,42 +204,39 @@ TEST_F(Registry, changedKeysAreStoredAndComeBackAtTheNextLaunch)
 
 TEST(QKKeyboardShortcuts, undecodableStoredChangesApplyNothingAndLoseNothing)
 {
-    installBundle();
     const QByteArray garbage("bplist00 this is not what was archived");
     defaults()->setObject(garbage, QKKeyboardShortcuts::CustomKey);
-    load();
+    loadBundle();
     ASSERT_EQ(registry()->groups().size(), 3);
     EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
     EXPECT_EQ(defaults()->dataForKey(QKKeyboardShortcuts::CustomKey), garbage);
     EXPECT_TRUE(logText().contains(u"undecodable shortcut changes"_s));
     // A stored value of another type is no change either.
     defaults()->setObject(u"text"_s, QKKeyboardShortcuts::CustomKey);
-    load();
+    registry()->loadShortcutsFromPreferencesWithChanges(true);
     EXPECT_TRUE(registry()->changedShortcuts().isEmpty());
 }
 
 TEST_F(Registry, exportWritesTheChangesAndImportAddsToThem)
 {
+    // Cancelled: nothing written. An unwritable place is logged.
+    answerPanels(QString());
+    registry()->saveShortcuts(nullptr);
+    answerPanels(QKTestEnvironment::homeFile(u"no/such/folder/x.qkshortcuts"_s));
+    registry()->saveShortcuts(nullptr);
+    EXPECT_TRUE(logText().contains(u"Could not export the shortcuts"_s));
+    EXPECT_EQ(QDir(QKTestEnvironment::homePath()).entryList({u"*.qkshortcuts"_s}), QStringList());
+
+    // No changes: an empty array, as XML.
     const QString path = QKTestEnvironment::homeFile(u"mine.qkshortcuts"_s);
     QStringList requests;
     answerPanels(path, &requests);
-    // No changes: an empty array, as XML.
     registry()->saveShortcuts(nullptr);
     EXPECT_TRUE(QKTestEnvironment::readAll(path).startsWith("<?xml"));
     EXPECT_EQ(QKPropertyList::readFile(path), QVariant(QVariantList()));
     registry()->shortcutWithAction("nudgeLeft:")->setKey(QKShortcutKey(u'[', Command));
     registry()->saveShortcuts(nullptr);
     EXPECT_EQ(QKPropertyList::readFile(path).toList(), registry()->changedShortcuts());
-    // Cancelled: nothing written. An unwritable place is logged.
-    const QByteArray written = QKTestEnvironment::readAll(path);
-    answerPanels(QString());
-    registry()->shortcutWithAction("nudgeLeft:")->clearKey();
-    registry()->saveShortcuts(nullptr);
-    EXPECT_EQ(QKTestEnvironment::readAll(path), written);
-    registry()->shortcutWithAction("nudgeLeft:")->setKey(QKShortcutKey(u'[', Command));
-    answerPanels(QKTestEnvironment::homeFile(u"no/such/folder/x.qkshortcuts"_s));
-    registry()->saveShortcuts(nullptr);
-    EXPECT_TRUE(logText().contains(u"Could not export the shortcuts"_s));
 
     // Importing adds to the present changes and stores at once.
     QKPropertyList::writeFile(
@@ -242,7 +248,7 @@ TEST_F(Registry, exportWritesTheChangesAndImportAddsToThem)
     EXPECT_EQ(keyOf("nudgeLeft:"), QKShortcutKey(u'[', Command));
     EXPECT_EQ(keyOf("undoChange:"), QKShortcutKey(u't', Command));
     EXPECT_TRUE(keyOf("newTrack:").isClear());
-    EXPECT_EQ(storedChanges().toList().size(), 3);
+    EXPECT_EQ(storedChanges().size(), 3);
 }
 
 TEST_F(Registry, importOfABadFileOrACancelChangesNothing)
@@ -257,4 +263,169 @@ TEST_F(Registry, importOfABadFileOrACancelChangesNothing)
     }
     EXPECT_TRUE(logText().contains(u"Imported no shortcuts"_s));
     EXPECT_FALSE(defaults()->hasKey(QKKeyboardShortcuts::CustomKey));
+}
+
+TEST_F(ShortcutEvents, consumedShortcutFiresOnceOnEveryDeliveryPath)
+{
+    KeySpy spy(host.table);
+    // A window action with the same key: what Qt would fire itself.
+    QAction qtShortcut;
+    qtShortcut.setShortcut(QKeySequence(Qt::CTRL | Qt::Key_T));
+    host.addAction(&qtShortcut);
+    int qtFired = 0;
+    QObject::connect(&qtShortcut, &QAction::triggered, [&qtFired] { ++qtFired; });
+
+    // As the window system delivers it: override to the window, then the press.
+    QTest::keyClick(host.windowHandle(), Qt::Key_T, Qt::ControlModifier);
+    // As QTest delivers to a widget: override first, then a spontaneous press.
+    QTest::keyClick(host.table, Qt::Key_T, Qt::ControlModifier);
+    // Sent straight to the widget: the press first, the override inside its delivery.
+    sendKey(host.table, Qt::Key_T, Qt::ControlModifier, u"\x14"_s);
+    EXPECT_EQ(host.calls.value("newTrack:"), 3);
+    EXPECT_EQ(host.totalCalls(), 3);
+    EXPECT_EQ(qtFired, 0);
+    EXPECT_EQ(spy.presses(), 0);
+    // The menu item shows the key but did not fire either.
+    EXPECT_EQ(host.lastSender, registry()->shortcutWithAction("newTrack:"));
+
+    // Unmatched keys reach the widget and Qt unchanged.
+    qtShortcut.setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Y));
+    QTest::keyClick(host.windowHandle(), Qt::Key_Y, Qt::ControlModifier);
+    EXPECT_EQ(qtFired, 1);
+    QTest::keyClick(host.table, Qt::Key_K, Qt::ControlModifier);
+    sendKey(host.table, Qt::Key_J, Qt::ControlModifier);
+    EXPECT_EQ(spy.presses(), 2);
+    EXPECT_EQ(host.totalCalls(), 3);
+}
+
+TEST_F(ShortcutEvents, shortcutsThatCannotFireLetTheKeyPass)
+{
+    KeySpy spy(host.table);
+    // A menu shortcut whose target does not validate it.
+    host.allowDelete = false;
+    QTest::keyClick(host.table, Qt::Key_Backspace, Qt::ControlModifier);
+    EXPECT_EQ(spy.presses(), 1);
+    host.allowDelete = true;
+    QTest::keyClick(host.table, Qt::Key_Backspace, Qt::ControlModifier);
+    EXPECT_EQ(host.calls.value("deleteTrack:"), 1);
+    EXPECT_EQ(spy.presses(), 1);
+
+    // A held key repeats unless its shortcut prohibits repeats; those repeats go on.
+    for (bool repeat : {false, true, true}) {
+        sendKey(host.table, Qt::Key_Right, Qt::NoModifier, QString(), repeat);
+        sendKey(host.table, Qt::Key_Left, Qt::NoModifier, QString(), repeat);
+    }
+    EXPECT_EQ(host.calls.value("nudgeRight:"), 1);
+    EXPECT_EQ(host.calls.value("nudgeLeft:"), 3);
+    EXPECT_EQ(spy.presses(), 3);
+
+    // An open menu, and a disabled shortcut.
+    QMenu *file = host.menuBar()->actions().at(0)->menu();
+    file->popup(QPoint(10, 10));
+    ASSERT_EQ(QApplication::activePopupWidget(), file);
+    QTest::keyClick(file, Qt::Key_T, Qt::ControlModifier);
+    file->hide();
+    registry()->shortcutWithAction("newTrack:")->setEnabled(false);
+    QTest::keyClick(host.table, Qt::Key_T, Qt::ControlModifier);
+    EXPECT_EQ(host.calls.value("newTrack:"), 0);
+    EXPECT_EQ(spy.presses(), 4);
+}
+
+TEST_F(ShortcutEvents, textFieldsGetTheirTextAndModifiersAndNeverFire)
+{
+    host.activate(host.field);
+    QTest::keyClicks(host.field, u"a b"_s);
+    QTest::keyClick(host.field, Qt::Key_Left);
+    QTest::keyClick(host.field, Qt::Key_T, Qt::ControlModifier);
+    QTest::keyClick(host.windowHandle(), Qt::Key_R, Qt::ControlModifier);
+    sendKey(host.field, Qt::Key_Space, Qt::NoModifier, u" "_s);
+    EXPECT_EQ(host.field->text(), u"a  b"_s);
+    KeySpy fieldSpy(host.field);
+    QTest::keyPress(host.field, Qt::Key_Shift);
+    QTest::keyRelease(host.field, Qt::Key_Shift);
+    EXPECT_EQ(fieldSpy.presses(), 1);
+    EXPECT_EQ(fieldSpy.seen.value(QEvent::KeyRelease), 1);
+    EXPECT_EQ(host.totalCalls(), 0);
+
+    // Elsewhere, modifier changes are consumed and the same space plays.
+    host.activate(host.table);
+    KeySpy tableSpy(host.table);
+    QTest::keyPress(host.table, Qt::Key_Shift);
+    QTest::keyRelease(host.table, Qt::Key_Shift);
+    sendKey(host.table, Qt::Key_Alt, Qt::AltModifier);
+    EXPECT_EQ(tableSpy.presses(), 0);
+    EXPECT_EQ(tableSpy.seen.value(QEvent::KeyRelease), 0);
+    QTest::keyClick(host.table, Qt::Key_Space);
+    EXPECT_EQ(host.calls.value("play:"), 1);
+}
+
+TEST_F(ShortcutEvents, tablesKeepVerticalArrowsAndOutlinesEveryArrow)
+{
+    host.table->setCurrentIndex(host.rows->index(0, 0));
+    QTest::keyClick(host.table, Qt::Key_Down);
+    QTest::keyClick(host.windowHandle(), Qt::Key_Down);
+    EXPECT_EQ(host.table->currentIndex().row(), 2);
+    QTest::keyClick(host.table, Qt::Key_Up);
+    EXPECT_EQ(host.table->currentIndex().row(), 1);
+    EXPECT_EQ(host.totalCalls(), 0);
+    QTest::keyClick(host.table, Qt::Key_Left);
+    EXPECT_EQ(host.calls.value("nudgeLeft:"), 1);
+    EXPECT_EQ(host.table->currentIndex().column(), 0);
+
+    // A list view counts as a table.
+    QListView list;
+    list.setModel(host.rows);
+    host.centralWidget()->layout()->addWidget(&list);
+    host.activate(&list);
+    list.setCurrentIndex(host.rows->index(0, 0));
+    QTest::keyClick(&list, Qt::Key_Down);
+    EXPECT_EQ(list.currentIndex().row(), 1);
+    QTest::keyClick(&list, Qt::Key_Right);
+    EXPECT_EQ(host.calls.value("nudgeRight:"), 1);
+
+    // Outlines keep every arrow; other keys still fire there.
+    host.activate(host.tree);
+    const QModelIndex first = host.rows->index(0, 0);
+    host.tree->setCurrentIndex(first);
+    QTest::keyClick(host.tree, Qt::Key_Right);
+    EXPECT_TRUE(host.tree->isExpanded(first));
+    QTest::keyClick(host.tree, Qt::Key_Left);
+    EXPECT_FALSE(host.tree->isExpanded(first));
+    QTest::keyClick(host.tree, Qt::Key_Down);
+    EXPECT_EQ(host.tree->currentIndex().row(), 1);
+    EXPECT_EQ(host.totalCalls(), 2);
+    QTest::keyClick(host.tree, Qt::Key_T, Qt::ControlModifier);
+    EXPECT_EQ(host.calls.value("newTrack:"), 1);
+}
+
+TEST_F(ShortcutEvents, dialogsKeepTheirKeysUnlessFloating)
+{
+    QDialog dialog(&host);
+    auto *button = new QPushButton(u"Go"_s, &dialog);
+    dialog.setModal(true);
+    showFocused(&dialog, button);
+    KeySpy spy(button);
+    QTest::keyClick(button, Qt::Key_T, Qt::ControlModifier);
+    QTest::keyClick(dialog.windowHandle(), Qt::Key_Left);
+    // Control, T and Left: modifier changes pass as well.
+    EXPECT_EQ(spy.presses(), 3);
+    dialog.hide();
+
+    // File dialogs keep their keys even when floating.
+    QFileDialog files(&host);
+    files.setOption(QFileDialog::DontUseNativeDialog);
+    files.setWindowFlag(Qt::Tool);
+    auto *filesList = files.findChild<QListView *>(u"listView"_s);
+    ASSERT_NE(filesList, nullptr);
+    showFocused(&files, filesList);
+    QTest::keyClick(filesList, Qt::Key_T, Qt::ControlModifier);
+    files.hide();
+    EXPECT_EQ(host.totalCalls(), 0);
+
+    // A floating panel lets them through to the shortcuts.
+    dialog.setModal(false);
+    dialog.setWindowFlag(Qt::Tool);
+    showFocused(&dialog, button);
+    QTest::keyClick(button, Qt::Key_T, Qt::ControlModifier);
+    EXPECT_EQ(host.calls.value("newTrack:"), 1);
 }
