@@ -57,6 +57,48 @@ bool zipped(const QStringList &paths, const QString &archive)
     return QKZipArchiver::zipPaths(paths, archive) && archiveIsReadable(archive);
 }
 
+/** What one stage shows and logs while it archives and sends, word for word. */
+struct StageTexts
+{
+    QString archive;         // file name in the temporary folder
+    QString archivingTitle;  // progress panel
+    QString sendingTitle;    // progress panel
+    QString failed;          // the panel's closing message when nothing could be sent
+    QString archivingFailed; // warning
+    QString sending;         // info
+    QString startFailed;     // warning
+};
+
+// The profiler makes its own archive; nothing is archived here.
+const StageTexts SystemProfileTexts{QString(),
+                                    QString(),
+                                    QStringLiteral("Sending system profile..."),
+                                    QStringLiteral("Send system profile failed!"),
+                                    QStringLiteral("archiving system profile failed"),
+                                    QStringLiteral("sending system profile"),
+                                    QStringLiteral("start sending system profile failed")};
+const StageTexts CrashLogTexts{QStringLiteral("crash_log.zip"),
+                               QStringLiteral("Archiving crash logs..."),
+                               QStringLiteral("Sending crash log..."),
+                               QStringLiteral("Send crash log failed!"),
+                               QStringLiteral("archiving crash logs failed"),
+                               QStringLiteral("sending the crash log"),
+                               QStringLiteral("start sending crash log failed")};
+const StageTexts DebugLogTexts{QStringLiteral("debug_log.zip"),
+                               QStringLiteral("Archiving debug log..."),
+                               QStringLiteral("Sending debug log..."),
+                               QStringLiteral("Send debug log failed!"),
+                               QStringLiteral("archiving debug log failed"),
+                               QStringLiteral("sending the debug log"),
+                               QStringLiteral("start sending the debug log failed")};
+const StageTexts AttachmentsTexts{QStringLiteral("attachments.zip"),
+                                  QStringLiteral("Archiving attachments..."),
+                                  QStringLiteral("Sending attachments..."),
+                                  QStringLiteral("Send attachments failed!"),
+                                  QStringLiteral("archiving attachments failed"),
+                                  QStringLiteral("sending attachments"),
+                                  QStringLiteral("start sending attachments failed")};
+
 } // namespace
 
 struct QKHelpDeskUploadChain::Private
@@ -100,6 +142,34 @@ struct QKHelpDeskUploadChain::Private
             return false;
         exchange->setEndConnectionSelector(std::move(endMethod));
         return true;
+    }
+    // Sends a stage's archive as document @p name. The log lines name the stage's method,
+    // so its location is passed on.
+    void send(const QString &archive, const QString &name, const StageTexts &texts,
+              QKHelpDeskExchange::EndMethod endMethod, std::source_location location) const
+    {
+        info(pane, texts.sending, location);
+        if (!upload(name, archive, std::move(endMethod))) {
+            closePanel(texts.failed);
+            warning(pane, texts.startFailed, location);
+        }
+    }
+    // Zips @p paths into the stage's archive and sends it. The upload reads the archive from
+    // a file it already has open, so the archive is removed at once.
+    void archiveAndSend(const QStringList &paths, const QString &name, const StageTexts &texts,
+                        QKHelpDeskExchange::EndMethod endMethod,
+                        std::source_location location) const
+    {
+        setTitle(texts.archivingTitle);
+        const QString archive = archivePath(texts.archive);
+        if (!zipped(paths, archive)) {
+            closePanel(texts.failed);
+            warning(pane, texts.archivingFailed, location);
+        } else {
+            setTitle(texts.sendingTitle);
+            send(archive, name, texts, std::move(endMethod), location);
+        }
+        QFile::remove(archive);
     }
 };
 
@@ -168,18 +238,17 @@ void QKHelpDeskUploadChain::endCreateSystemProfile(const QString &archivePath, b
         warning(parent(), QStringLiteral("cancelled createSystemProfile"));
         return;
     }
-    d->setTitle(QStringLiteral("Sending system profile..."));
+    const StageTexts &texts = SystemProfileTexts;
+    d->setTitle(texts.sendingTitle);
     d->setCancelable(false);
     if (archivePath.isEmpty() || !archiveIsReadable(archivePath)) {
-        d->closePanel(QStringLiteral("Send system profile failed!"));
-        warning(parent(), QStringLiteral("archiving system profile failed"));
+        d->closePanel(texts.failed);
+        warning(parent(), texts.archivingFailed);
     } else {
-        info(parent(), QStringLiteral("sending system profile"));
-        if (!d->upload(QStringLiteral("system_profile"), archivePath,
-                       [this](const auto &error) { endSubmitSystemProfile(error); })) {
-            d->closePanel(QStringLiteral("Send system profile failed!"));
-            warning(parent(), QStringLiteral("start sending system profile failed"));
-        }
+        d->send(
+            archivePath, QStringLiteral("system_profile"), texts,
+            [this](const auto &error) { endSubmitSystemProfile(error); },
+            std::source_location::current());
     }
     if (!archivePath.isEmpty())
         QFile::remove(archivePath);
@@ -207,21 +276,9 @@ void QKHelpDeskUploadChain::submitCrashLog()
         d->closePanel(QStringLiteral("Could not find any crash logs!"));
         return;
     }
-    d->setTitle(QStringLiteral("Archiving crash logs..."));
-    const QString archive = archivePath(QStringLiteral("crash_log.zip"));
-    if (!zipped(paths, archive)) {
-        d->closePanel(QStringLiteral("Send crash log failed!"));
-        warning(parent(), QStringLiteral("archiving crash logs failed"));
-    } else {
-        d->setTitle(QStringLiteral("Sending crash log..."));
-        info(parent(), QStringLiteral("sending the crash log"));
-        if (!d->upload(QStringLiteral("crash_log"), archive,
-                       [this](const auto &error) { endSubmitCrashLog(error); })) {
-            d->closePanel(QStringLiteral("Send crash log failed!"));
-            warning(parent(), QStringLiteral("start sending crash log failed"));
-        }
-    }
-    QFile::remove(archive);
+    d->archiveAndSend(
+        paths, QStringLiteral("crash_log"), CrashLogTexts,
+        [this](const auto &error) { endSubmitCrashLog(error); }, std::source_location::current());
 }
 
 void QKHelpDeskUploadChain::endSubmitCrashLog(const std::optional<QString> &error)
@@ -246,21 +303,9 @@ void QKHelpDeskUploadChain::submitDebugLog()
         d->closePanel(QStringLiteral("Could not find debug log!"));
         return;
     }
-    d->setTitle(QStringLiteral("Archiving debug log..."));
-    const QString archive = archivePath(QStringLiteral("debug_log.zip"));
-    if (!zipped({path}, archive)) {
-        d->closePanel(QStringLiteral("Send debug log failed!"));
-        warning(parent(), QStringLiteral("archiving debug log failed"));
-    } else {
-        d->setTitle(QStringLiteral("Sending debug log..."));
-        info(parent(), QStringLiteral("sending the debug log"));
-        if (!d->upload(QStringLiteral("debug_log"), archive,
-                       [this](const auto &error) { endSubmitDebugLog(error); })) {
-            d->closePanel(QStringLiteral("Send debug log failed!"));
-            warning(parent(), QStringLiteral("start sending the debug log failed"));
-        }
-    }
-    QFile::remove(archive);
+    d->archiveAndSend(
+        {path}, QStringLiteral("debug_log"), DebugLogTexts,
+        [this](const auto &error) { endSubmitDebugLog(error); }, std::source_location::current());
 }
 
 void QKHelpDeskUploadChain::endSubmitDebugLog(const std::optional<QString> &error)
@@ -281,22 +326,11 @@ void QKHelpDeskUploadChain::submitAttachedFiles()
         return;
     }
     info(parent(), QStringLiteral("preparing attachments"));
-    d->setTitle(QStringLiteral("Archiving attachments..."));
-    const QString archive = archivePath(QStringLiteral("attachments.zip"));
-    if (!zipped(d->plan.attachedFiles, archive)) {
-        d->closePanel(QStringLiteral("Send attachments failed!"));
-        warning(parent(), QStringLiteral("archiving attachments failed"));
-    } else {
-        d->setTitle(QStringLiteral("Sending attachments..."));
-        info(parent(), QStringLiteral("sending attachments"));
-        // The help desk names the attachments' archive after the request.
-        if (!d->upload(d->plan.requestID, archive,
-                       [this](const auto &error) { endSubmitAttachedFiles(error); })) {
-            d->closePanel(QStringLiteral("Send attachments failed!"));
-            warning(parent(), QStringLiteral("start sending attachments failed"));
-        }
-    }
-    QFile::remove(archive);
+    // The help desk names the attachments' archive after the request.
+    d->archiveAndSend(
+        d->plan.attachedFiles, d->plan.requestID, AttachmentsTexts,
+        [this](const auto &error) { endSubmitAttachedFiles(error); },
+        std::source_location::current());
 }
 
 void QKHelpDeskUploadChain::endSubmitAttachedFiles(const std::optional<QString> &error)
