@@ -194,9 +194,6 @@ void QKHelpDesk::init()
             {QStringLiteral("Yes"), QStringLiteral("No")});
         if (answer == 0) {
             _openWindow(QString());
-            // The toolbar shows which pane is up, as it does when a pane is chosen by name.
-            if (d->toolbar)
-                d->toolbar->setSelectedItemIdentifier(QStringLiteral("support"));
             setPane(QStringLiteral("support"));
             d->supportView->setupForCrashReport();
         }
@@ -387,7 +384,6 @@ void QKHelpDesk::awakeFromNib()
     d->window->addToolBar(Qt::TopToolBarArea, d->toolbar);
 
     const QString first = d->toolbarItemIdentifiers.constFirst();
-    d->toolbar->setSelectedItemIdentifier(first);
     const std::unique_ptr<QAction> item(toolbarItemForItemIdentifier(d->toolbar, first, false));
     changePane(item.get());
 
@@ -459,10 +455,8 @@ void QKHelpDesk::_openWindow(const QString &name)
         return;
     }
     for (const QKHelpDeskView *pane : std::as_const(d->views)) {
-        if (pane->title() == name) {
-            d->toolbar->setSelectedItemIdentifier(pane->identifier());
+        if (pane->title() == name)
             setPane(pane->identifier());
-        }
     }
 }
 
@@ -480,6 +474,9 @@ void QKHelpDesk::setPane(const QString &identifier)
             break;
         }
     }
+    // However a pane is chosen, the toolbar shows which one is up.
+    if (pane && d->toolbar)
+        d->toolbar->setSelectedItemIdentifier(identifier);
     if (pane == d->currentView || !d->window)
         return;
     d->currentView = pane;
