@@ -284,7 +284,8 @@ QString QKApplicationLog::Private::write(const QString &entry)
         const QByteArray bytes = entry.toUtf8() + '\n';
         if (file.write(bytes) == bytes.size() && file.flush()) {
             failureReported = false;
-            if (file.size() > LogSizeLimit)
+            // Appending keeps the position at the end: no system call to learn the size.
+            if (file.pos() > LogSizeLimit)
                 trimFile();
             return QString();
         }
