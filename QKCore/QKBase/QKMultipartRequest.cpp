@@ -11,6 +11,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -19,7 +20,7 @@ struct Field
 {
     QByteArray disposition;
     QByteArray body;
-    QString base64FilePath; // set for a QKBase64EncodedFile value, which has no body
+    std::optional<QString> base64FilePath; // for a QKBase64EncodedFile value, instead of body
 };
 
 // The escaping browsers apply to form-data names, so that a name never ends its quotes
@@ -160,10 +161,10 @@ QHttpMultiPart *QKMultipartRequest::multiPart(QObject *parent) const
     for (const Field &field : std::as_const(d->fields)) {
         QHttpPart part;
         part.setRawHeader("Content-Disposition", field.disposition);
-        if (field.base64FilePath.isEmpty()) {
+        if (!field.base64FilePath) {
             part.setBody(field.body);
         } else {
-            auto *device = new QKBase64FileDevice(field.base64FilePath, multiPart.get());
+            auto *device = new QKBase64FileDevice(*field.base64FilePath, multiPart.get());
             if (!device->open(QIODevice::ReadOnly))
                 return nullptr;
             part.setBodyDevice(device);
