@@ -449,11 +449,11 @@ QString QKCrashReporter::crashReporterFolder()
 QStringList QKCrashReporter::crashLogPaths(const QString &applicationName)
 {
     QStringList paths;
-    for (const QString &folder : {QStringLiteral("~/Library/Logs/CrashReporter/"),
-                                  QStringLiteral("/Library/Logs/CrashReporter/")}) {
-        const QString conformed = QKFile::conformPath(folder);
-        const QDir directory(conformed);
-        for (const QString &name : QKFile::contentsOfDirectoryAtPath(conformed)) {
+    // The per-user folder is where install() writes.
+    for (const QString &folder :
+         {crashReporterFolder(), QStringLiteral("/Library/Logs/CrashReporter")}) {
+        const QDir directory(folder);
+        for (const QString &name : QKFile::contentsOfDirectoryAtPath(folder)) {
             if (name.startsWith(applicationName))
                 paths << directory.filePath(name);
         }

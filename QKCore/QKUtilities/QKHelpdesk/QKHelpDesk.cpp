@@ -78,7 +78,6 @@ QString applicationName()
 struct QKHelpDesk::Private
 {
     std::unique_ptr<QKHelpDeskWindow> window;
-    Ui::QKHelpDesk ui;
     QPointer<QKHelpDeskView> currentView;
     QStringList toolbarItemIdentifiers;
     QKHelpDeskToolbar *toolbar = nullptr;
@@ -112,7 +111,6 @@ struct QKHelpDesk::Private
     }
 
     QNetworkAccessManager *network = nullptr;
-    QPointer<QKHelpDeskDownload> downloader;
     // Ended downloads are freed when the next one starts: when they end, their own frames
     // may still be on the stack below a progress panel pass.
     QList<QPointer<QKHelpDeskDownload>> endedDownloads;
@@ -346,7 +344,7 @@ void QKHelpDesk::loadNib()
 {
     d->window = std::make_unique<QKHelpDeskWindow>();
     QKHelpDeskWindow *window = d->window.get();
-    d->ui.setupUi(window);
+    Ui::QKHelpDesk().setupUi(window);
     d->documentationView = new QKHelpDeskDocumentation(window);
     d->tutorialsView = new QKHelpDeskTutorials(window);
     d->forumView = new QKHelpDeskForumView(window);
@@ -539,8 +537,6 @@ void QKHelpDesk::downloadFromPath(const QString &path)
     connect(download, &QKHelpDeskDownload::didFinish, this, [this, download] {
         closeProgressPanel();
         d->endedDownloads << download;
-        if (d->downloader == download)
-            d->downloader = nullptr;
         emit downloadEnded(true);
     });
     connect(download, &QKHelpDeskDownload::didFailWithError, this,
@@ -552,7 +548,6 @@ void QKHelpDesk::downloadFromPath(const QString &path)
                 d->endedDownloads << download;
                 emit downloadEnded(false);
             });
-    d->downloader = download;
     download->start();
 
     setProgressPanelTitle(QStringLiteral("Downloading %1...").arg(fileName));

@@ -91,11 +91,7 @@ QNetworkAccessManager *QKHelpDeskExchange::networkAccessManager() const
 void QKHelpDeskExchange::didReceiveData()
 {
     const QByteArray bytes = d->reply->readAll();
-    if (bytes.isEmpty())
-        return;
-    if (d->responseData.isNull())
-        d->responseData = bytes;
-    else
+    if (!bytes.isEmpty())
         d->responseData.append(bytes);
 }
 

@@ -25,7 +25,6 @@ struct QKHelpDeskProgressPanel::Private
     double nextProgressUpdate = 0.0;
     int redrawCount = 0;
     bool sessionRunning = false;
-    bool stopped = false;
     bool inModalPass = false;
     bool indeterminate = false;
     std::atomic<bool> cancelled{false};
@@ -99,7 +98,6 @@ void QKHelpDeskProgressPanel::openProgressPanel()
     show();
     raise();
     d->sessionRunning = true;
-    d->stopped = false;
     d->cancelled = false;
     d->nextProgressUpdate =
         (d->clock ? d->clock() : timeIntervalSinceReferenceDate()) + redrawInterval;
@@ -123,14 +121,13 @@ int QKHelpDeskProgressPanel::progressUpdate(double fraction)
     }
     if (!d->sessionRunning)
         return AbortedResponse;
-    return d->stopped ? StoppedResponse : ContinuesResponse;
+    return d->cancelled ? StoppedResponse : ContinuesResponse;
 }
 
 void QKHelpDeskProgressPanel::cancelProgress()
 {
     if (!d->sessionRunning)
         return;
-    d->stopped = true;
     d->cancelled = true;
 }
 

@@ -47,6 +47,18 @@ QUrl helpDeskAPIURL()
     return QUrl(QKSupportSite::helpDeskAPIURL());
 }
 
+// The panel of one exchange with the help desk: it runs for as long as the reply takes and
+// cannot be cancelled.
+void openExchangePanel(QKHelpDesk *desk, const QString &title)
+{
+    if (!desk)
+        return;
+    desk->setProgressPanelTitle(title);
+    desk->setProgressIsIndeterminate(true);
+    desk->setProgressCancelable(false);
+    desk->openProgressPanel();
+}
+
 // The closed requests' style: the small system font, slanted.
 QFont closedRequestFont()
 {
@@ -236,12 +248,7 @@ void QKHelpDeskSupport::submit(QObject *)
         return;
     }
     d->exchange->setEndConnectionSelector([this](const auto &error) { endSubmit(error); });
-    if (QKHelpDesk *desk = helpDesk()) {
-        desk->setProgressPanelTitle(QStringLiteral("Submitting request..."));
-        desk->setProgressIsIndeterminate(true);
-        desk->setProgressCancelable(false);
-        desk->openProgressPanel();
-    }
+    openExchangePanel(helpDesk(), QStringLiteral("Submitting request..."));
 }
 
 void QKHelpDeskSupport::endSubmit(const std::optional<QString> &error)
@@ -319,13 +326,8 @@ void QKHelpDeskSupport::search(QObject *sender)
     if (!d->exchange->start(helpDeskAPIURL(), HSForms::list(email)))
         return;
     d->exchange->setEndConnectionSelector([this](const auto &error) { endSearch(error); });
-    if (QKHelpDesk *desk = helpDesk()) {
-        desk->setProgressPanelTitle(sender == this ? QStringLiteral("Updating requests...")
-                                                   : QStringLiteral("Finding requests..."));
-        desk->setProgressIsIndeterminate(true);
-        desk->setProgressCancelable(false);
-        desk->openProgressPanel();
-    }
+    openExchangePanel(helpDesk(), sender == this ? QStringLiteral("Updating requests...")
+                                                 : QStringLiteral("Finding requests..."));
 }
 
 void QKHelpDeskSupport::endSearch(const std::optional<QString> &)
@@ -389,12 +391,7 @@ void QKHelpDeskSupport::updateRequest(QObject *)
                                             ui->requestResponseText->toPlainText())))
         return;
     d->exchange->setEndConnectionSelector([this](const auto &error) { endUpdate(error); });
-    if (QKHelpDesk *desk = helpDesk()) {
-        desk->setProgressPanelTitle(QStringLiteral("Responding to request..."));
-        desk->setProgressIsIndeterminate(true);
-        desk->setProgressCancelable(false);
-        desk->openProgressPanel();
-    }
+    openExchangePanel(helpDesk(), QStringLiteral("Responding to request..."));
 }
 
 void QKHelpDeskSupport::endUpdate(const std::optional<QString> &error)

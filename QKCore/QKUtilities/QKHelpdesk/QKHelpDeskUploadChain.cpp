@@ -12,6 +12,7 @@
 #include "QKZipArchiver.h"
 
 #include <QKApplication.h>
+#include <QKApplicationLog.h>
 #include <QKFile.h>
 
 #include <QDir>
@@ -203,8 +204,8 @@ void QKHelpDeskUploadChain::setSystemProfiler(const QKSystemProfiler &profiler)
 
 QString QKHelpDeskUploadChain::debugLogPath()
 {
-    return QKFile::conformPath(
-        QStringLiteral("~/Library/Logs/Velmora/%1.log").arg(applicationName()));
+    // The file the shared log writes, so the two never name different files.
+    return QKApplicationLog::sharedLog()->logFilePath();
 }
 
 void QKHelpDeskUploadChain::createSystemProfile()
