@@ -49,10 +49,15 @@ QKApplication *QKApplication::sharedApplication()
 
 QString QKApplication::name() const
 {
+    return currentName();
+}
+
+QString QKApplication::currentName()
+{
     const QString name = QKBundle::mainBundle()
                              ->objectForInfoDictionaryKey(QStringLiteral("CFBundleName"))
                              .toString();
-    return name.isEmpty() ? applicationName() : name;
+    return name.isEmpty() ? QCoreApplication::applicationName() : name;
 }
 
 QString QKApplication::code() const

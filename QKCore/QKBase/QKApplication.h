@@ -49,6 +49,8 @@ public:
 
     /** Display name: "CFBundleName" of the host's info dictionary, else Qt's application name. */
     QString name() const;
+    /** The same name, for code that runs whatever the application object is (or before it). */
+    static QString currentName();
     /** Short application code: "QKApplicationCode", else "CFBundleSignature", else the name. */
     QString code() const;
     /** The application's own temporary folder, QDir::tempPath()/<code>; not created here. */

@@ -75,11 +75,7 @@ bool flagFromVariant(const QVariant &value, bool fallback)
 
 QString applicationName()
 {
-    QString name;
-    if (const QKApplication *application = QKApplication::sharedApplication())
-        name = application->name();
-    if (name.isEmpty())
-        name = QCoreApplication::applicationName();
+    const QString name = QKApplication::currentName();
     return name.isEmpty() ? QStringLiteral("QKApplication") : name;
 }
 

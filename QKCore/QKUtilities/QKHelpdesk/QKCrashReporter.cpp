@@ -336,16 +336,6 @@ bool copyText(char (&buffer)[Capacity], const QByteArray &text, size_t reserve =
     return true;
 }
 
-QString applicationName()
-{
-    if (const QKApplication *application = QKApplication::sharedApplication())
-        return application->name();
-    const QString name = QKBundle::mainBundle()
-                             ->objectForInfoDictionaryKey(QStringLiteral("CFBundleName"))
-                             .toString();
-    return name.isEmpty() ? QCoreApplication::applicationName() : name;
-}
-
 QByteArray reportHeader()
 {
     const QKBundle *bundle = QKBundle::mainBundle();
@@ -355,7 +345,7 @@ QByteArray reportHeader()
         bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion")).toString();
     const QString executable = QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget();
     return QStringLiteral("Process:         %1\nPath:            %2\nVersion:         %3 (%4)\n")
-        .arg(applicationName(), executable, shortVersion, version)
+        .arg(QKApplication::currentName(), executable, shortVersion, version)
         .toUtf8();
 }
 
@@ -370,7 +360,7 @@ bool prepareState()
     const QString folder = QKCrashReporter::crashReporterFolder();
     // A slash in the name would point the log into another folder.
     const QString prefix =
-        applicationName().replace(QLatin1Char('/'), QLatin1Char('-')) + QLatin1Char('_');
+        QKApplication::currentName().replace(QLatin1Char('/'), QLatin1Char('-')) + QLatin1Char('_');
     if (!copyText(state.folder, QFile::encodeName(folder)) ||
         !copyText(state.pathPrefix, QFile::encodeName(QDir(folder).filePath(prefix)),
                   FileNameDateLength) ||

@@ -67,12 +67,6 @@ void registerDefaults()
     });
 }
 
-QString applicationName()
-{
-    const QKApplication *app = QKApplication::sharedApplication();
-    return app ? app->name() : QCoreApplication::applicationName();
-}
-
 } // namespace
 
 struct QKHelpDesk::Private
@@ -185,7 +179,7 @@ void QKHelpDesk::init()
         const int answer = QKAlert::runModal(
             QStringLiteral("%1 seems to have unexpectedly terminated! Would you like to file a "
                            "report with the Help Desk?")
-                .arg(applicationName()),
+                .arg(QKApplication::currentName()),
             QStringLiteral("Reporting this crash will help track down the problem and solve it "
                            "in future versions. Reporting it now may give the best recollection "
                            "of what was happening in the application."),
@@ -291,7 +285,7 @@ QKHelpDeskProgressPanel *QKHelpDesk::progressPanel()
 QString QKHelpDesk::launchFilePath() const
 {
     return QKFile::conformPath(QStringLiteral("~/Library/Application Support/Velmora/%1/.launched")
-                                   .arg(applicationName()));
+                                   .arg(QKApplication::currentName()));
 }
 
 void QKHelpDesk::loadCasts()

@@ -18,12 +18,6 @@ namespace {
 const QString NotifyKey = QStringLiteral("Notify Documentation Updates");
 const QString LastDownloadKey = QStringLiteral("Last Documentation Download");
 
-QString applicationName()
-{
-    const QKApplication *app = QKApplication::sharedApplication();
-    return app ? app->name() : QCoreApplication::applicationName();
-}
-
 /** The cast's publication date; invalid when it has none or it cannot be read (logged). */
 QDateTime publishedDate(const QVariantMap &docCast)
 {
@@ -110,7 +104,7 @@ void QKHelpDeskDocumentation::download(QObject *)
     QKHelpDesk *desk = helpDesk();
     if (!desk)
         return;
-    const QString name = applicationName().remove(u' ');
+    const QString name = QKApplication::currentName().remove(u' ');
     const int tag = ui->fileTypePopup->selectedTag();
     const QString type = tag == 0   ? QStringLiteral("pdf")
                          : tag == 1 ? QStringLiteral("zip")

@@ -36,12 +36,6 @@ constexpr qsizetype HelpSpotLinkLength = 8;
 constexpr double HelpSpotPointSize = 9.0;
 const QString NoRequestsTitle = QStringLiteral("no requests found");
 
-QString applicationName()
-{
-    const QKApplication *app = QKApplication::sharedApplication();
-    return app ? app->name() : QCoreApplication::applicationName();
-}
-
 QUrl helpDeskAPIURL()
 {
     return QUrl(QKSupportSite::helpDeskAPIURL());
@@ -238,7 +232,7 @@ void QKHelpDeskSupport::submit(QObject *)
     request.phone = ui->phoneText->text();
     request.category = ui->categoryPopup->currentData().toInt();
     request.urgent = ui->urgentPopup->currentIndex() == 0;
-    request.applicationName = applicationName();
+    request.applicationName = QKApplication::currentName();
     request.version = version;
     request.body = ui->bodyText->toPlainText();
 

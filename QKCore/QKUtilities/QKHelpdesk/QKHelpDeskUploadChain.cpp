@@ -26,17 +26,11 @@ using namespace QKHelpDeskSupportLog;
 
 namespace {
 
-QString applicationName()
-{
-    const QKApplication *app = QKApplication::sharedApplication();
-    return app ? app->name() : QCoreApplication::applicationName();
-}
-
 QString temporaryFolder()
 {
     const QKApplication *app = QKApplication::sharedApplication();
     const QString folder =
-        app ? app->tempDirectory() : QDir(QDir::tempPath()).filePath(applicationName());
+        app ? app->tempDirectory() : QDir(QDir::tempPath()).filePath(QKApplication::currentName());
     QKFile::createDirectoryAtPath(folder);
     return folder;
 }
@@ -272,7 +266,7 @@ void QKHelpDeskUploadChain::endSubmitSystemProfile(const std::optional<QString> 
 void QKHelpDeskUploadChain::submitCrashLog()
 {
     info(parent(), QStringLiteral("preparing the crash log"));
-    const QStringList paths = QKCrashReporter::crashLogPaths(applicationName());
+    const QStringList paths = QKCrashReporter::crashLogPaths(QKApplication::currentName());
     if (paths.isEmpty()) {
         d->closePanel(QStringLiteral("Could not find any crash logs!"));
         return;

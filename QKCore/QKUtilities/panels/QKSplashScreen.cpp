@@ -31,12 +31,6 @@ void destroySharedSplash()
     delete s_sharedSplash;
 }
 
-QString applicationName()
-{
-    const QKApplication *app = QKApplication::sharedApplication();
-    return app ? app->name() : QCoreApplication::applicationName();
-}
-
 } // namespace
 
 struct QKSplashScreen::Private
@@ -114,7 +108,7 @@ void QKSplashScreen::setFadeDuration(int msecs)
 
 QKSplashScreen::QKSplashScreen() : d(std::make_unique<Private>())
 {
-    d->fading.window()->setWindowTitle(applicationName());
+    d->fading.window()->setWindowTitle(QKApplication::currentName());
     d->contentView = new QKSplashScreenContentView(d->fading.window());
     d->ui.setupUi(d->contentView);
     awakeFromNib();
@@ -131,7 +125,7 @@ QKSplashScreen::~QKSplashScreen()
 void QKSplashScreen::awakeFromNib()
 {
     const QKBundle *bundle = QKBundle::mainBundle();
-    d->ui.applicationNameText->setText(applicationName());
+    d->ui.applicationNameText->setText(QKApplication::currentName());
     d->ui.versionText->setText(versionString(
         bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString"))
             .toString()));
