@@ -8,7 +8,6 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDebug>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>
@@ -85,10 +84,8 @@ QString applicationName()
 
 QString logPath()
 {
-    QString home = qEnvironmentVariable("HOME");
-    if (home.isEmpty())
-        home = QDir::homePath();
-    return home + QStringLiteral("/Library/Logs/Velmora/") + applicationName() + ".log";
+    return QKFile::conformPath(QStringLiteral("~/Library/Logs/Velmora/") + applicationName() +
+                               QStringLiteral(".log"));
 }
 
 /** Keeps one field on its line: the entry's fields are tab-separated. */
