@@ -5,7 +5,6 @@
 #include "QKUserDefaults.h"
 #include "QKWorkspace.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QDebug>
 #include <QFile>
@@ -74,11 +73,7 @@ bool flagFromVariant(const QVariant &value, bool fallback)
 
 QString applicationName()
 {
-    QString name;
-    if (const QKApplication *application = QKApplication::sharedApplication())
-        name = application->name();
-    if (name.isEmpty())
-        name = QCoreApplication::applicationName();
+    const QString name = QKApplication::currentName();
     return name.isEmpty() ? QStringLiteral("QKApplication") : name;
 }
 

@@ -29,9 +29,7 @@ QString configFolder()
 
 QString applicationName()
 {
-    if (QKApplication *app = QKApplication::sharedApplication())
-        return app->name();
-    const QString name = QCoreApplication::applicationName();
+    const QString name = QKApplication::currentName();
     return name.isEmpty() ? QStringLiteral("QKUtilities") : name;
 }
 

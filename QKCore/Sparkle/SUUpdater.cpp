@@ -21,12 +21,6 @@
 
 namespace {
 
-QString applicationName()
-{
-    const QKApplication *app = QKApplication::sharedApplication();
-    return app ? app->name() : QCoreApplication::applicationName();
-}
-
 QString infoString(const char *key)
 {
     return QKBundle::mainBundle()->objectForInfoDictionaryKey(QLatin1String(key)).toString();
@@ -68,7 +62,7 @@ SUUpdater::~SUUpdater()
 QString SUUpdater::userAgent()
 {
     return QStringLiteral("%1/%2 (Mac OS X) Sparkle/1.0")
-        .arg(applicationName(), infoString("CFBundleVersion"));
+        .arg(QKApplication::currentName(), infoString("CFBundleVersion"));
 }
 
 QUrl SUUpdater::feedURL() const
@@ -148,7 +142,7 @@ void SUUpdater::finishCheck(bool feedRead, const QVariantList &items)
     const bool userInitiated = d->userInitiated;
     d->checking = false;
     d->userInitiated = false;
-    const QString name = applicationName();
+    const QString name = QKApplication::currentName();
     if (!feedRead) {
         if (userInitiated) {
             QKAlert::runModal(tr("Checking for updates failed"),
@@ -191,7 +185,7 @@ void SUUpdater::finishCheck(bool feedRead, const QVariantList &items)
 
 void SUUpdater::offerUpdate(const SUAppcastItem &item)
 {
-    const QString name = applicationName();
+    const QString name = QKApplication::currentName();
     QString notes = item.description();
     if (notes.isEmpty() && item.releaseNotesURL().isValid()) {
         notes = QStringLiteral("<p><a href=\"%1\">%2</a></p>")
