@@ -5,10 +5,8 @@
 #include "QKUserDefaults.h"
 #include "QKWorkspace.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QDebug>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>
@@ -81,10 +79,8 @@ QString applicationName()
 
 QString logPath()
 {
-    QString home = qEnvironmentVariable("HOME");
-    if (home.isEmpty())
-        home = QDir::homePath();
-    return home + QStringLiteral("/Library/Logs/Velmora/") + applicationName() + ".log";
+    return QKFile::conformPath(QStringLiteral("~/Library/Logs/Velmora/") + applicationName() +
+                               QStringLiteral(".log"));
 }
 
 /** Keeps one field on its line: the entry's fields are tab-separated. */

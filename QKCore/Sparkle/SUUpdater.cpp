@@ -7,11 +7,11 @@
 #include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKBundle.h>
+#include <QKClock.h>
 #include <QKUserDefaults.h>
 #include <QKWorkspace.h>
 #include <RSS.h>
 
-#include <QDateTime>
 #include <QMutex>
 #include <QTimer>
 #include <QUrl>
@@ -153,8 +153,7 @@ void SUUpdater::finishCheck(bool feedRead, const QVariantList &items)
         emit checkFinished(false, false);
         return;
     }
-    QKUserDefaults::standardUserDefaults()->setObject(QDateTime::currentDateTime(),
-                                                      SULastCheckTimeKey);
+    QKUserDefaults::standardUserDefaults()->setObject(QKClock::now(), SULastCheckTimeKey);
 
     const SUStandardVersionComparator *comparator =
         SUStandardVersionComparator::defaultComparator();
