@@ -47,12 +47,6 @@ QKApplication *QKApplication::sharedApplication()
     return qobject_cast<QKApplication *>(QCoreApplication::instance());
 }
 
-QString QKApplication::currentName()
-{
-    const QKApplication *app = sharedApplication();
-    return app ? app->name() : applicationName();
-}
-
 QString QKApplication::name() const
 {
     return currentName();

@@ -46,9 +46,6 @@ public:
 
     /** The running QKApplication; null when the application object is not one. */
     static QKApplication *sharedApplication();
-    /** The running QKApplication's name(); Qt's application name when there is no
-     *  application object or it is not a QKApplication. */
-    static QString currentName();
 
     /** Display name: "CFBundleName" of the host's info dictionary, else Qt's application name. */
     QString name() const;
