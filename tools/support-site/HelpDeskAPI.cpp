@@ -144,10 +144,22 @@ std::optional<QByteArray> decodeBase64(QByteArrayView text)
         chunk.resize(0);
         return true;
     };
-    for (const char c : text) {
-        if (c == '\r' || c == '\n' || c == ' ' || c == '\t')
+    const auto isSpace = [](char c) {
+        return c == '\r' || c == '\n' || c == ' ' || c == '\t';
+    };
+    // Whole runs between line breaks are copied: appending byte by byte cost a third of
+    // what decoding a large document does.
+    for (qsizetype pos = 0; pos < text.size();) {
+        if (isSpace(text[pos])) {
+            ++pos;
             continue;
-        chunk.append(c);
+        }
+        const qsizetype limit = std::min(text.size(), pos + chunkSize - chunk.size());
+        qsizetype end = pos + 1;
+        while (end < limit && !isSpace(text[end]))
+            ++end;
+        chunk.append(text.sliced(pos, end - pos));
+        pos = end;
         if (chunk.size() == chunkSize && !flush())
             return std::nullopt;
     }

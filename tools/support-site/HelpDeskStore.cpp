@@ -76,6 +76,13 @@ struct HelpDeskStore::Private
             return first;
         return qMax(first, query.value(0).toLongLong() + 1);
     }
+    bool exists(const QString &table, const QString &column, qint64 number)
+    {
+        QSqlQuery query(database);
+        query.prepare(QStringLiteral("SELECT 1 FROM %1 WHERE %2 = ?").arg(table, column));
+        query.addBindValue(number);
+        return exec(query) && query.next();
+    }
     bool isSeeded()
     {
         QSqlQuery query(database);
@@ -279,7 +286,7 @@ HelpDeskStore::createRequest(const QJsonObject &fields, const QString &note, qin
 std::optional<qint64> HelpDeskStore::addEvent(qint64 requestId, bool isPublic, qint64 person,
                                               const std::optional<QString> &note, qint64 time)
 {
-    if (!request(requestId))
+    if (!d->exists(QStringLiteral("requests"), QStringLiteral("xRequest"), requestId))
         return std::nullopt;
     return d->insertEvent(requestId, isPublic, person, note, time);
 }
@@ -295,10 +302,7 @@ bool HelpDeskStore::setOpen(qint64 requestId, bool isOpen)
 
 bool HelpDeskStore::hasEvent(qint64 historyId) const
 {
-    QSqlQuery query(d->database);
-    query.prepare(QStringLiteral("SELECT 1 FROM history WHERE xRequestHistory = ?"));
-    query.addBindValue(historyId);
-    return query.exec() && query.next();
+    return d->exists(QStringLiteral("history"), QStringLiteral("xRequestHistory"), historyId);
 }
 
 std::optional<qint64> HelpDeskStore::addDocument(qint64 historyId, const QString &name,
@@ -325,13 +329,6 @@ std::optional<qint64> HelpDeskStore::addDocument(qint64 historyId, const QString
     if (!d->exec(query))
         return std::nullopt;
     return number;
-}
-
-std::optional<StoredRequest> HelpDeskStore::request(qint64 requestId) const
-{
-    const QList<StoredRequest> found =
-        d->selectRequests(QStringLiteral("xRequest = :id"), {{QStringLiteral(":id"), requestId}});
-    return found.isEmpty() ? std::nullopt : std::optional(found.first());
 }
 
 QList<StoredRequest> HelpDeskStore::requests(const std::optional<QString> &email,

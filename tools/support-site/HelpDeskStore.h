@@ -89,8 +89,6 @@ public:
                                       const QString &mimeType, const QByteArray &bytes,
                                       qint64 time);
 
-    /** The request of that number; nullopt when unknown. */
-    std::optional<StoredRequest> request(qint64 requestId) const;
     /**
      * Requests in number order. With an @p email, only those whose address matches exactly;
      * @p trashed chooses between the requests outside the trash and those in it; nullopt

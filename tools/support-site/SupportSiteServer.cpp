@@ -15,20 +15,10 @@
 
 namespace {
 
-QByteArray header(const QHttpServerRequest &request, const QByteArray &name)
-{
-    const auto headers = request.headers();
-    for (const auto &[key, value] : headers) {
-        if (key.compare(name, Qt::CaseInsensitive) == 0)
-            return value;
-    }
-    return {};
-}
-
 /** Links in replies use the address the client used to reach the site. */
 QString baseURLOf(const QHttpServerRequest &request, QTcpSocket *socket)
 {
-    const QByteArray host = header(request, "Host");
+    const QByteArray host = request.value("Host");
     if (!host.isEmpty())
         return QStringLiteral("http://") + QString::fromLatin1(host);
     return QStringLiteral("http://127.0.0.1:%1").arg(socket->localPort());
@@ -95,11 +85,11 @@ SiteReply SupportSiteServer::route(const QHttpServerRequest &request, const QStr
     if (path.size() == 1 && first == QLatin1String("helpspot_api.php")) {
         if (!isPost)
             return HelpDeskAPI::error(QStringLiteral("POST a multipart form to the API"));
-        return d->helpDesk.handle(header(request, "Content-Type"), request.body());
+        return d->helpDesk.handle(request.value("Content-Type"), request.body());
     }
     if (first == QLatin1String("inspect") && (isGet || isPost)) {
-        return d->staff.handle(isPost, path.mid(1), request.query(),
-                               header(request, "Content-Type"), request.body());
+        return d->staff.handle(isPost, path.mid(1), request.query(), request.value("Content-Type"),
+                               request.body());
     }
     if (!isGet)
         return SiteReply::text(405, "Method Not Allowed");
