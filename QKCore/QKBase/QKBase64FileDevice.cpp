@@ -25,7 +25,8 @@ bool QKBase64FileDevice::open(OpenMode mode)
 {
     if ((mode & WriteOnly) || !m_file.open(QIODevice::ReadOnly))
         return false;
-    m_textSize = (m_file.size() + 2) / 3 * 4;
+    m_fileSize = m_file.size();
+    m_textSize = (m_fileSize + 2) / 3 * 4;
     return QIODevice::open(mode | Unbuffered);
 }
 
@@ -54,9 +55,20 @@ qint64 QKBase64FileDevice::writeData(const char *, qint64)
 QKBase64FileDevice::Block QKBase64FileDevice::encodeBlock(qint64 index)
 {
     Block block{index, {}};
+    if (!m_file.isOpen() && !reopenFile())
+        return block;
     if (m_file.seek(index * BlockSize))
         block.text = m_file.read(BlockSize).toBase64();
     return block;
+}
+
+bool QKBase64FileDevice::reopenFile()
+{
+    // Only a resend reads the file again; it must still be the file that was opened.
+    if (m_file.open(QIODevice::ReadOnly) && m_file.size() == m_fileSize)
+        return true;
+    m_file.close();
+    return false;
 }
 
 void QKBase64FileDevice::loadBlock(qint64 index)
@@ -67,8 +79,13 @@ void QKBase64FileDevice::loadBlock(qint64 index)
         m_current = m_next.get();
     if (m_current.index != index)
         m_current = encodeBlock(index);
-    if ((index + 1) * BlockTextSize >= m_textSize)
+    if ((index + 1) * BlockTextSize >= m_textSize) {
+        // Everything has been read. Letting go of the file now lets an archive that was
+        // removed after posting vanish before the server answers, instead of leaving its
+        // unwritten pages for the disk to take while the server stores the upload.
+        m_file.close();
         return;
+    }
     try {
         m_next = std::async(std::launch::async, [this, index] { return encodeBlock(index + 1); });
     } catch (const std::system_error &) {

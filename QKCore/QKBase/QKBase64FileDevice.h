@@ -11,7 +11,9 @@
  * sends for a QKBase64EncodedFile value. The network code reads a few kilobytes at a time,
  * so the text is encoded a block at a time, and the next block is encoded on a worker
  * thread while the current one is read out. A read past the end of a file that shrank
- * after opening fails, so a short body is never sent as a whole one.
+ * after opening fails, so a short body is never sent as a whole one. The file is closed
+ * once its last block has been read, and opened again by its path only if the text is
+ * read once more (a resend).
  */
 class QKBase64FileDevice : public QIODevice
 {
@@ -37,8 +39,10 @@ private:
 
     Block encodeBlock(qint64 index);
     void loadBlock(qint64 index);
+    bool reopenFile();
 
     QFile m_file;
+    qint64 m_fileSize = 0;
     qint64 m_textSize = 0;
     Block m_current;
     // Declared after the file: destroying it waits for the worker, which reads the file.

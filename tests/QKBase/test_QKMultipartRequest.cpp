@@ -3,7 +3,9 @@
 #include "QKTestHttpServer.h"
 #include "QKTestSupport.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QHttpMultiPart>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,6 +14,9 @@
 #include <QPointer>
 #include <QProcess>
 #include <QSignalSpy>
+
+#include <algorithm>
+#include <atomic>
 
 using Fields = QMap<QString, QByteArray>;
 
@@ -28,6 +33,18 @@ int finish(QNetworkReply *reply)
 {
     QSignalSpy finished(reply, &QNetworkReply::finished);
     return finished.wait(20000) ? reply->error() : -1;
+}
+
+// Whether this process still holds a descriptor on @p path (a removed file included).
+bool isHeldOpen(const QString &path)
+{
+    const QString target = QFileInfo(path).absoluteFilePath();
+    const QDir descriptors(u"/proc/self/fd"_s);
+    const QStringList entries =
+        descriptors.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    return std::any_of(entries.cbegin(), entries.cend(), [&](const QString &entry) {
+        return QFile::symLinkTarget(descriptors.filePath(entry)).startsWith(target);
+    });
 }
 
 QVariant fileField(const QString &path)
@@ -175,4 +192,39 @@ TEST(QKMultipartRequest, base64FilesAreEncodedWhileSent)
     ASSERT_TRUE(QFile::resize(path, 1000));
     EXPECT_GT(finish(reply), 0);
     EXPECT_EQ(server.requests().size(), sent);
+}
+
+TEST(QKMultipartRequest, base64FilesAreReleasedOnceSentAndReopenedForAResend)
+{
+    // The first connection is dropped after the whole body arrived, so Qt sends it again.
+    std::atomic<int> received = 0;
+    QKTestHttpServer server([&](const QKTestHttpServer::Request &request) {
+        return ++received == 1 ? QKTestHttpServer::Response{QKTestHttpServer::Drop}
+                               : okResponse(request);
+    });
+    QNetworkAccessManager manager;
+    const QString path = QKTestEnvironment::homeFile(u"resent.zip"_s);
+    const QByteArray contents(3 * 1024 * 1024 + 7, 'r');
+    ASSERT_TRUE(QKTestEnvironment::writeAll(path, contents));
+    QNetworkReply *reply =
+        QKMultipartRequest::requestWithURL(server.url(), {{"body", fileField(path)}})
+            .post(&manager);
+    ASSERT_NE(reply, nullptr);
+    ASSERT_EQ(finish(reply), QNetworkReply::NoError);
+    EXPECT_EQ(parsed(server.requests().constLast()), (Fields{{u"body"_s, contents.toBase64()}}));
+    // Sent in full: the reply still exists, the file is no longer held.
+    EXPECT_FALSE(isHeldOpen(path));
+    delete reply;
+
+    // Removed once posted: the resend cannot read it again and fails instead of sending.
+    received = 0;
+    const qsizetype recorded = server.requests().size();
+    reply = QKMultipartRequest::requestWithURL(server.url(), {{"body", fileField(path)}})
+                .post(&manager);
+    ASSERT_NE(reply, nullptr);
+    ASSERT_TRUE(QFile::remove(path));
+    EXPECT_GT(finish(reply), 0);
+    EXPECT_EQ(received, 1);
+    EXPECT_EQ(server.requests().size(), recorded + 1);
+    delete reply;
 }
