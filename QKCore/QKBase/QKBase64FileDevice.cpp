@@ -1,13 +1,47 @@
 #include "QKBase64FileDevice.h"
 
+#include <array>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace {
 
 // Whole 3-byte groups, so that consecutive blocks' texts join without padding.
 constexpr qint64 BlockSize = 3 * 256 * 1024;
 constexpr qint64 BlockTextSize = BlockSize / 3 * 4;
+
+constexpr char Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// The two characters of every 12 bits, so that a 3-byte group takes two lookups.
+constexpr std::array<std::array<char, 2>, 4096> makeCharacterPairs()
+{
+    std::array<std::array<char, 2>, 4096> pairs{};
+    for (int bits = 0; bits < 4096; ++bits)
+        pairs[bits] = {Alphabet[bits >> 6], Alphabet[bits & 63]};
+    return pairs;
+}
+
+// RFC 4648 Base64 with padding, into @p out, which holds (size + 2) / 3 * 4 characters.
+// QByteArray::toBase64 would allocate a new text for every block.
+void encodeBase64(const char *input, qsizetype size, char *out)
+{
+    static constexpr auto pairs = makeCharacterPairs();
+    const auto *in = reinterpret_cast<const uchar *>(input);
+    qsizetype i = 0;
+    for (; i + 3 <= size; i += 3, out += 4) {
+        const uint group = uint(in[i]) << 16 | uint(in[i + 1]) << 8 | in[i + 2];
+        std::memcpy(out, pairs[group >> 12].data(), 2);
+        std::memcpy(out + 2, pairs[group & 0xfff].data(), 2);
+    }
+    if (const qsizetype rest = size - i) {
+        const uint group = uint(in[i]) << 16 | (rest == 2 ? uint(in[i + 1]) << 8 : 0u);
+        out[0] = Alphabet[group >> 18];
+        out[1] = Alphabet[(group >> 12) & 63];
+        out[2] = rest == 2 ? Alphabet[(group >> 6) & 63] : '=';
+        out[3] = '=';
+    }
+}
 
 } // namespace
 
@@ -17,8 +51,13 @@ QKBase64FileDevice::QKBase64FileDevice(const QString &path, QObject *parent)
 
 QKBase64FileDevice::~QKBase64FileDevice()
 {
-    if (m_next.valid())
-        m_next.wait();
+    {
+        const std::lock_guard lock(m_mutex);
+        m_quitting = true;
+    }
+    m_changed.notify_all();
+    if (m_worker.joinable())
+        m_worker.join();
 }
 
 bool QKBase64FileDevice::open(OpenMode mode)
@@ -52,14 +91,35 @@ qint64 QKBase64FileDevice::writeData(const char *, qint64)
     return -1;
 }
 
-QKBase64FileDevice::Block QKBase64FileDevice::encodeBlock(qint64 index)
+void QKBase64FileDevice::loadBlock(qint64 index)
 {
-    Block block{index, {}};
-    if (!m_file.isOpen() && !reopenFile())
-        return block;
-    if (m_file.seek(index * BlockSize))
-        block.text = m_file.read(BlockSize).toBase64();
-    return block;
+    if (m_encoding)
+        collectEncoded();
+    if (m_current.index != index)
+        encodeBlock(index, m_current);
+    if ((index + 1) * BlockTextSize >= m_textSize) {
+        // Everything has been read. Letting go of the file now lets an archive that was
+        // removed after posting vanish before the server answers, instead of leaving its
+        // unwritten pages for the disk to take while the server stores the upload.
+        m_file.close();
+        return;
+    }
+    startEncoding(index + 1);
+}
+
+void QKBase64FileDevice::encodeBlock(qint64 index, Block &block)
+{
+    block.index = index;
+    qint64 bytesRead = -1;
+    if (m_file.isOpen() || reopenFile()) {
+        m_fileBytes.resize(BlockSize);
+        if (m_file.seek(index * BlockSize))
+            bytesRead = m_file.read(m_fileBytes.data(), BlockSize);
+    }
+    // An unreadable block has no text, which fails the read that wanted it.
+    block.text.resize(bytesRead > 0 ? (bytesRead + 2) / 3 * 4 : 0);
+    if (bytesRead > 0)
+        encodeBase64(m_fileBytes.constData(), bytesRead, block.text.data());
 }
 
 bool QKBase64FileDevice::reopenFile()
@@ -71,24 +131,45 @@ bool QKBase64FileDevice::reopenFile()
     return false;
 }
 
-void QKBase64FileDevice::loadBlock(qint64 index)
+void QKBase64FileDevice::startEncoding(qint64 index)
 {
-    // The worker and this thread never use the file at the same time: a block is only
-    // encoded here once the worker's block has been collected.
-    if (m_next.valid())
-        m_current = m_next.get();
-    if (m_current.index != index)
-        m_current = encodeBlock(index);
-    if ((index + 1) * BlockTextSize >= m_textSize) {
-        // Everything has been read. Letting go of the file now lets an archive that was
-        // removed after posting vanish before the server answers, instead of leaving its
-        // unwritten pages for the disk to take while the server stores the upload.
-        m_file.close();
-        return;
+    // One worker for the whole upload: a thread per block would cost more than encoding it.
+    if (!m_worker.joinable()) {
+        try {
+            m_worker = std::thread([this] { encodeRequestedBlocks(); });
+        } catch (const std::system_error &) {
+            return; // No thread to spare: the next block is encoded when it is needed.
+        }
     }
-    try {
-        m_next = std::async(std::launch::async, [this, index] { return encodeBlock(index + 1); });
-    } catch (const std::system_error &) {
-        // No thread to spare: the next block is encoded when it is needed.
+    {
+        const std::lock_guard lock(m_mutex);
+        m_requested = index;
+        m_nextReady = false;
+    }
+    m_encoding = true;
+    m_changed.notify_all();
+}
+
+void QKBase64FileDevice::collectEncoded()
+{
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_nextReady; });
+    m_encoding = false;
+    std::swap(m_current, m_next);
+}
+
+void QKBase64FileDevice::encodeRequestedBlocks()
+{
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+        m_changed.wait(lock, [this] { return m_quitting || m_requested >= 0; });
+        if (m_quitting)
+            return;
+        const qint64 index = std::exchange(m_requested, -1);
+        lock.unlock();
+        encodeBlock(index, m_next);
+        lock.lock();
+        m_nextReady = true;
+        m_changed.notify_all();
     }
 }

@@ -4,7 +4,9 @@
 #include <QFile>
 #include <QIODevice>
 
-#include <future>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 
 /**
  * The Base64 text of a file as a read-only, random-access device: what a multipart body
@@ -34,17 +36,30 @@ private:
     struct Block
     {
         qint64 index = -1;
-        QByteArray text;
+        QByteArray text; // its storage is kept from block to block
     };
 
-    Block encodeBlock(qint64 index);
     void loadBlock(qint64 index);
+    void encodeBlock(qint64 index, Block &block);
     bool reopenFile();
+    void startEncoding(qint64 index);
+    void collectEncoded();
+    void encodeRequestedBlocks();
 
     QFile m_file;
     qint64 m_fileSize = 0;
     qint64 m_textSize = 0;
+    // One block of the file. The worker and the reading thread never encode at the same
+    // time, so they share it, and the file, without a lock.
+    QByteArray m_fileBytes;
     Block m_current;
-    // Declared after the file: destroying it waits for the worker, which reads the file.
-    std::future<Block> m_next;
+    Block m_next; // the worker's while a block is requested and not yet collected
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    qint64 m_requested = -1; // guarded by m_mutex, as are the two flags
+    bool m_nextReady = false;
+    bool m_quitting = false;
+    bool m_encoding = false; // only the reading thread uses it
+    std::thread m_worker;
 };
