@@ -212,7 +212,7 @@ void BM_SupportUpload(benchmark::State &state)
     state.counters["curl_peak_MB"] = curlPeak;
     state.counters["peak_per_archive"] = oursPeak / archiveMB;
 }
-BENCHMARK(BM_SupportUpload)->Iterations(5)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SupportUpload)->Iterations(10)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 } // namespace
 
