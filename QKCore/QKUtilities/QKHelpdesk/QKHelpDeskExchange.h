@@ -10,8 +10,6 @@
 #include <memory>
 #include <optional>
 
-class QNetworkAccessManager;
-class QNetworkReply;
 class QUrl;
 
 /**
@@ -26,6 +24,9 @@ class QUrl;
  * An end method may start the next exchange. The reply of the finished exchange stays
  * readable through responseData() until its end method returns, while the new exchange
  * collects its own reply from its first bytes.
+ *
+ * Exchanges are started and end on the thread that owns the object; the bytes travel on
+ * a thread of the exchange's own, so a busy user interface does not slow an upload down.
  */
 class QKUTILITIES_EXPORT QKHelpDeskExchange : public QObject
 {
@@ -35,12 +36,14 @@ public:
     using EndMethod = std::function<void(const std::optional<QString> &error)>;
 
     explicit QKHelpDeskExchange(QObject *parent = nullptr);
+    /** Abandons a running exchange; its end method is not called. */
     ~QKHelpDeskExchange() override;
 
     /**
      * Posts @p form to @p url. Returns false, starting nothing, when @p url is not an
-     * http or https address or another exchange is still running: the connection cannot
-     * be made. Set the end method after a successful start.
+     * http or https address, a file of the form cannot be opened, or another exchange is
+     * still running: the connection cannot be made. The form's files are open when this
+     * returns, so the caller may remove them. Set the end method after a successful start.
      */
     bool start(const QUrl &url, const QVariantMap &form);
     /** The method to call when the running exchange ends; replaces the previous one. */
@@ -53,12 +56,10 @@ public:
      * null between exchanges and until the first bytes arrive.
      */
     QByteArray responseData() const;
-    /** The access manager the exchanges go through. */
-    QNetworkAccessManager *networkAccessManager() const;
 
 private:
-    void didReceiveData();
-    void didFinishLoading();
+    void didReceiveData(quint64 exchange, const QByteArray &bytes);
+    void didFinishLoading(quint64 exchange, const std::optional<QString> &error);
 
     struct Private;
     std::unique_ptr<Private> d;
