@@ -185,6 +185,8 @@ void ScriptedHelpDesk::serve(QTcpSocket *socket)
         reply = Reply{200, "<?xml version=\"1.0\"?><results>" +
                                defaultReply(forms.last().value(QStringLiteral("action"))) +
                                "</results>"};
+    if (reply->hang)
+        return;
     if (reply->drop) {
         socket->abort();
         socket->deleteLater();

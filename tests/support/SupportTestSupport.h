@@ -89,6 +89,7 @@ public:
         int status = 200;
         QByteArray body;
         bool drop = false; // close the connection without answering
+        bool hang = false; // keep the connection open without answering
     };
 
     ScriptedHelpDesk();

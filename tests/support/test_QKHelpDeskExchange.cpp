@@ -3,6 +3,9 @@
 #include "HSForms.h"
 #include "QKHelpDeskExchange.h"
 
+#include <QCoreApplication>
+#include <QThread>
+
 using namespace SupportTest;
 
 // How the pane reads failed and error replies is checked with the upload chain.
@@ -11,6 +14,8 @@ TEST(QKHelpDeskExchange, oneExchangeAtATimeAndEndMethodsMayStartTheNext)
     ScriptedHelpDesk desk;
     desk.script = [](const QMap<QString, QString> &form) {
         const QString email = form.value("sEmail");
+        if (email == u"hang")
+            return std::optional(ScriptedHelpDesk::Reply{200, "", false, true});
         return std::optional(email == u"drop" ? ScriptedHelpDesk::Reply{200, "", true}
                                               : ScriptedHelpDesk::Reply{500, email.toUtf8()});
     };
@@ -23,7 +28,9 @@ TEST(QKHelpDeskExchange, oneExchangeAtATimeAndEndMethodsMayStartTheNext)
 
     QList<std::pair<std::optional<QString>, QByteArray>> endings;
     QByteArray firstAfterStartingSecond;
+    bool endedOnOwnersThread = true;
     QKHelpDeskExchange::EndMethod end = [&](const std::optional<QString> &error) {
+        endedOnOwnersThread &= QThread::currentThread() == exchange.thread();
         endings.append({error, exchange.responseData()});
         if (endings.size() == 1) {
             ASSERT_TRUE(exchange.start(QUrl(desk.url()), HSForms::list("drop")));
@@ -42,4 +49,15 @@ TEST(QKHelpDeskExchange, oneExchangeAtATimeAndEndMethodsMayStartTheNext)
     EXPECT_EQ(firstAfterStartingSecond, "first");
     EXPECT_TRUE(endings[1].first.has_value());
     EXPECT_TRUE(endings[1].second.isNull());
+    EXPECT_TRUE(endedOnOwnersThread);
+
+    // Going away abandons a running exchange without calling its end method.
+    auto abandoned = std::make_unique<QKHelpDeskExchange>();
+    bool abandonedEnded = false;
+    ASSERT_TRUE(abandoned->start(QUrl(desk.url()), HSForms::list("hang")));
+    abandoned->setEndConnectionSelector([&](const auto &) { abandonedEnded = true; });
+    ASSERT_TRUE(waitUntil([&] { return desk.forms.size() == 3; }));
+    abandoned.reset();
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(abandonedEnded);
 }
