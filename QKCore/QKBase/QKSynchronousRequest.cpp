@@ -1,6 +1,7 @@
 #include "QKSynchronousRequest.h"
 
 #include "QKMultipartRequest.h"
+#include "QKNetworkReplies.h"
 
 #include <QEventLoop>
 #include <QMutex>
@@ -14,28 +15,6 @@
 #include <set>
 
 namespace {
-
-// Qt reports an HTTP error status as a reply error; for the caller it is an answer.
-bool isHttpStatusError(QNetworkReply::NetworkError error)
-{
-    switch (error) {
-    case QNetworkReply::ContentAccessDenied:
-    case QNetworkReply::ContentOperationNotPermittedError:
-    case QNetworkReply::ContentNotFoundError:
-    case QNetworkReply::AuthenticationRequiredError:
-    case QNetworkReply::ContentConflictError:
-    case QNetworkReply::ContentGoneError:
-    case QNetworkReply::UnknownContentError:
-    case QNetworkReply::ProtocolInvalidOperationError:
-    case QNetworkReply::InternalServerError:
-    case QNetworkReply::OperationNotImplementedError:
-    case QNetworkReply::ServiceUnavailableError:
-    case QNetworkReply::UnknownServerError:
-        return true;
-    default:
-        return false;
-    }
-}
 
 using Starter = std::function<QNetworkReply *(QNetworkAccessManager &)>;
 
@@ -100,13 +79,11 @@ QKSynchronousRequest::Reply run(const Starter &start, std::chrono::milliseconds 
     QKSynchronousRequest::Reply result;
     result.url = reply->url();
     result.statusCode = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    const QNetworkReply::NetworkError error = reply->error();
     if (timedOut) {
         result.errorString = QStringLiteral("No complete reply from %1 within %2 ms")
                                  .arg(reply->url().toDisplayString())
                                  .arg(timeout.count());
-    } else if (error != QNetworkReply::NoError &&
-               !(result.statusCode != 0 && isHttpStatusError(error))) {
+    } else if (QKNetworkReplies::isTransportFailure(reply.get())) {
         result.errorString = reply->errorString();
     } else {
         result.data = reply->readAll();

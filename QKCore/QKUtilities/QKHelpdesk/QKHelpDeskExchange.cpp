@@ -1,6 +1,7 @@
 #include "QKHelpDeskExchange.h"
 
 #include <QKMultipartRequest.h>
+#include <QKNetworkReplies.h>
 
 #include <QHttpMultiPart>
 #include <QNetworkAccessManager>
@@ -12,23 +13,6 @@
 #include <sched.h>
 
 namespace {
-
-// Qt reports an HTTP error status as a reply error; the help desk's replies are read
-// whatever their status, so only the errors that mean no complete reply arrived count.
-bool isTransportFailure(const QNetworkReply *reply)
-{
-    const int code = reply->error();
-    if (code == QNetworkReply::NoError)
-        return false;
-    if (!reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
-        return true;
-    const bool statusError =
-        (code >= QNetworkReply::ContentAccessDenied &&
-         code <= QNetworkReply::UnknownContentError) ||
-        code == QNetworkReply::ProtocolInvalidOperationError ||
-        (code >= QNetworkReply::InternalServerError && code <= QNetworkReply::UnknownServerError);
-    return !statusError;
-}
 
 // Qt's HTTP thread takes a request body from the thread that posted it 16 KB at a time,
 // one hand-off each way per piece. Between two CPUs every hand-off wakes the other CPU,
@@ -123,8 +107,9 @@ bool QKHelpDeskExchange::start(const QUrl &url, const QVariantMap &form)
         });
         connect(reply, &QNetworkReply::finished, reply, [this, reply, exchange] {
             const QByteArray bytes = reply->readAll();
-            const std::optional<QString> error =
-                isTransportFailure(reply) ? std::optional(reply->errorString()) : std::nullopt;
+            const std::optional<QString> error = QKNetworkReplies::isTransportFailure(reply)
+                                                     ? std::optional(reply->errorString())
+                                                     : std::nullopt;
             reply->deleteLater();
             QMetaObject::invokeMethod(this, [this, exchange, bytes, error] {
                 didReceiveData(exchange, bytes);
