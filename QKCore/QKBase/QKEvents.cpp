@@ -2,45 +2,42 @@
 
 #include <QKeyEvent>
 
+namespace {
+
+// The keys whose character is not the text they type, both ways.
+struct SpecialKey
+{
+    int qtKey;
+    char16_t character;
+};
+constexpr SpecialKey SpecialKeys[] = {
+    {Qt::Key_Up, QKEvents::UpArrowFunctionKey},
+    {Qt::Key_Down, QKEvents::DownArrowFunctionKey},
+    {Qt::Key_Left, QKEvents::LeftArrowFunctionKey},
+    {Qt::Key_Right, QKEvents::RightArrowFunctionKey},
+    {Qt::Key_Delete, QKEvents::DeleteFunctionKey},
+    {Qt::Key_Home, QKEvents::HomeFunctionKey},
+    {Qt::Key_End, QKEvents::EndFunctionKey},
+    {Qt::Key_PageUp, QKEvents::PageUpFunctionKey},
+    {Qt::Key_PageDown, QKEvents::PageDownFunctionKey},
+    {Qt::Key_Clear, QKEvents::ClearLineFunctionKey},
+    {Qt::Key_Enter, 0x03},
+    {Qt::Key_Return, 0x0D},
+    {Qt::Key_Tab, 0x09},
+    {Qt::Key_Backtab, 0x19},
+    {Qt::Key_Escape, 0x1B},
+    {Qt::Key_Backspace, 0x7F},
+    {Qt::Key_Space, 0x20},
+};
+constexpr int FunctionKeyCount = Qt::Key_F35 - Qt::Key_F1 + 1;
+
+} // namespace
+
 char16_t QKEvents::characterForKey(int qtKey, const QString &text)
 {
-    switch (qtKey) {
-    case Qt::Key_Up:
-        return UpArrowFunctionKey;
-    case Qt::Key_Down:
-        return DownArrowFunctionKey;
-    case Qt::Key_Left:
-        return LeftArrowFunctionKey;
-    case Qt::Key_Right:
-        return RightArrowFunctionKey;
-    case Qt::Key_Delete:
-        return DeleteFunctionKey;
-    case Qt::Key_Home:
-        return HomeFunctionKey;
-    case Qt::Key_End:
-        return EndFunctionKey;
-    case Qt::Key_PageUp:
-        return PageUpFunctionKey;
-    case Qt::Key_PageDown:
-        return PageDownFunctionKey;
-    case Qt::Key_Clear:
-        return ClearLineFunctionKey;
-    case Qt::Key_Enter:
-        return 0x03;
-    case Qt::Key_Return:
-        return 0x0D;
-    case Qt::Key_Tab:
-        return 0x09;
-    case Qt::Key_Backtab:
-        return 0x19;
-    case Qt::Key_Escape:
-        return 0x1B;
-    case Qt::Key_Backspace:
-        return 0x7F;
-    case Qt::Key_Space:
-        return 0x20;
-    default:
-        break;
+    for (const SpecialKey &key : SpecialKeys) {
+        if (key.qtKey == qtKey)
+            return key.character;
     }
     if (qtKey >= Qt::Key_F1 && qtKey <= Qt::Key_F35)
         return char16_t(F1FunctionKey + (qtKey - Qt::Key_F1));
@@ -59,6 +56,20 @@ char16_t QKEvents::characterForKey(int qtKey, const QString &text)
     if (!text.isEmpty() && text.at(0).unicode() >= 0x20)
         return text.at(0).unicode();
     return qtKey > 0 && qtKey < 0xFFFF ? char16_t(qtKey) : 0;
+}
+
+int QKEvents::keyForCharacter(char16_t character)
+{
+    for (const SpecialKey &key : SpecialKeys) {
+        if (key.character == character)
+            return key.qtKey;
+    }
+    if (character >= F1FunctionKey && character < F1FunctionKey + FunctionKeyCount)
+        return Qt::Key_F1 + (character - F1FunctionKey);
+    if (character < 0x20 || (character >= 0xF700 && character <= 0xF8FF))
+        return 0;
+    // Qt names printable keys by their upper-case code.
+    return QChar(character).toUpper().unicode();
 }
 
 char16_t QKEvents::characterForKeyEvent(const QKeyEvent *event)

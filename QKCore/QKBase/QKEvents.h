@@ -42,6 +42,8 @@ public:
      *  key has none (a bare modifier key). */
     static char16_t characterForKey(int qtKey, const QString &text);
     static char16_t characterForKeyEvent(const QKeyEvent *event);
+    /** The Qt key that types @p character, the reverse of characterForKey(); 0 for none. */
+    static int keyForCharacter(char16_t character);
     /** The modifier mask of @p modifiers. */
     static quint32 modifierFlags(Qt::KeyboardModifiers modifiers);
     static quint32 modifierFlagsForKeyEvent(const QKeyEvent *event);

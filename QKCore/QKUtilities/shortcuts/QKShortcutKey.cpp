@@ -90,54 +90,6 @@ QString keyText(char16_t character, quint32 modifiers)
     return text;
 }
 
-int qtKey(char16_t character)
-{
-    switch (character) {
-    case 0xF700:
-        return Qt::Key_Up;
-    case 0xF701:
-        return Qt::Key_Down;
-    case 0xF702:
-        return Qt::Key_Left;
-    case 0xF703:
-        return Qt::Key_Right;
-    case 0xF728:
-        return Qt::Key_Delete;
-    case 0xF729:
-        return Qt::Key_Home;
-    case 0xF72B:
-        return Qt::Key_End;
-    case 0xF72C:
-        return Qt::Key_PageUp;
-    case 0xF72D:
-        return Qt::Key_PageDown;
-    case 0xF739:
-        return Qt::Key_Clear;
-    case 0x03:
-        return Qt::Key_Enter;
-    case 0x09:
-        return Qt::Key_Tab;
-    case 0x19:
-        return Qt::Key_Backtab;
-    case 0x0D:
-        return Qt::Key_Return;
-    case 0x1B:
-        return Qt::Key_Escape;
-    case 0x7F:
-        return Qt::Key_Backspace;
-    case 0x20:
-        return Qt::Key_Space;
-    default:
-        break;
-    }
-    if (character >= 0xF704 && character < 0xF704 + 35)
-        return Qt::Key_F1 + (character - 0xF704);
-    if (character < 0x20 || (character >= 0xF700 && character <= 0xF8FF))
-        return 0;
-    // Qt names printable keys by their upper-case code.
-    return QChar(character).toUpper().unicode();
-}
-
 } // namespace
 
 QKShortcutKey::QKShortcutKey(char16_t character, quint32 modifiers)
@@ -245,7 +197,7 @@ QString QKShortcutKey::displayText() const
 
 QKeySequence QKShortcutKey::keySequence() const
 {
-    const int key = qtKey(m_character);
+    const int key = QKEvents::keyForCharacter(m_character);
     if (m_character == 0 || key == 0)
         return QKeySequence();
     Qt::KeyboardModifiers modifiers;
