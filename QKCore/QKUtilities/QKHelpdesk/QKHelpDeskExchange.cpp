@@ -9,6 +9,9 @@
 #include <QThread>
 #include <QUrl>
 
+#include <memory>
+#include <utility>
+
 #include <pthread.h>
 #include <sched.h>
 
@@ -29,6 +32,16 @@ void keepOnCurrentCPU()
     CPU_SET(cpu, &cpus);
     pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
 }
+
+struct PendingBody
+{
+    explicit PendingBody(QHttpMultiPart *body) : body(body) {}
+    ~PendingBody() { delete body; }
+    PendingBody(const PendingBody &) = delete;
+    PendingBody &operator=(const PendingBody &) = delete;
+
+    QHttpMultiPart *body;
+};
 
 } // namespace
 
@@ -95,9 +108,12 @@ bool QKHelpDeskExchange::start(const QUrl &url, const QVariantMap &form)
     d->responseData = QByteArray();
     const quint64 exchange = ++d->exchange;
     Private *const data = d.get();
-    QMetaObject::invokeMethod(d->transfers, [this, data, request, body, exchange] {
+    // Deletes the body, and closes its files, should the exchange go away before posting it.
+    const auto pending = std::make_shared<PendingBody>(body);
+    QMetaObject::invokeMethod(d->transfers, [this, data, request, pending, exchange] {
         if (!data->network)
             data->network = new QNetworkAccessManager(data->transfers);
+        QHttpMultiPart *body = std::exchange(pending->body, nullptr);
         QNetworkReply *reply = data->network->post(request.networkRequest(), body);
         body->setParent(reply);
         connect(reply, &QNetworkReply::readyRead, reply, [this, reply, exchange] {
