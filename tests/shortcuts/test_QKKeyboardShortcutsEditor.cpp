@@ -1,17 +1,11 @@
 #include "ShortcutTestHost.h"
 
-#include <QKAlert.h>
 #include <QKKeyboardShortcutsEditor.h>
-#include <QKPanelFrame.h>
-#include <QKShortcutGroup.h>
 #include <QKShortcutsModel.h>
 
 #include <QColor>
 #include <QLabel>
 #include <QPushButton>
-#include <QTest>
-
-#include <gtest/gtest.h>
 
 using namespace ShortcutTestHost;
 
