@@ -9,6 +9,7 @@
 #include <QImage>
 #include <QWidget>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace PanelTestSupport {
@@ -36,11 +37,8 @@ inline QImage screenshot(QWidget *window, const QString &name)
 inline bool cornersAreTransparent(const QImage &image)
 {
     const QRect r = image.rect();
-    for (const QPoint corner : {r.topLeft(), r.topRight(), r.bottomLeft(), r.bottomRight()}) {
-        if (qAlpha(image.pixel(corner)) != 0)
-            return false;
-    }
-    return true;
+    const QPoint corners[] = {r.topLeft(), r.topRight(), r.bottomLeft(), r.bottomRight()};
+    return std::ranges::all_of(corners, [&](QPoint p) { return qAlpha(image.pixel(p)) == 0; });
 }
 
 } // namespace PanelTestSupport

@@ -6,13 +6,16 @@
 #include "QKTestEnvironment.h"
 #include "QKTestPrinters.h"
 
+#include <QKAlert.h>
 #include <QKApplicationLog.h>
 #include <QKBundle.h>
 #include <QKKeyboardShortcuts.h>
 #include <QKMainMenu.h>
 #include <QKMenus.h>
+#include <QKPanelFrame.h>
 #include <QKPropertyList.h>
 #include <QKShortcut.h>
+#include <QKShortcutGroup.h>
 #include <QKShortcutKey.h>
 #include <QKUserDefaults.h>
 
@@ -26,8 +29,11 @@
 #include <QMenuBar>
 #include <QStandardItemModel>
 #include <QTableView>
+#include <QTest>
 #include <QTreeView>
 #include <QVBoxLayout>
+
+#include <gtest/gtest.h>
 
 #include <numeric>
 
@@ -119,6 +125,15 @@ inline QKShortcutKey keyOf(const QByteArray &action)
     return shortcut ? *shortcut->key() : QKShortcutKey(0xFFFF, 0xFFFF);
 }
 
+/** Shows @p window as the active window, with @p focus focused. */
+inline void activate(QWidget *window, QWidget *focus)
+{
+    window->show();
+    QApplication::setActiveWindow(window);
+    focus->setFocus();
+    QCoreApplication::processEvents();
+}
+
 /** A main window with the menus of defaultList(), a line edit, a table and a tree, whose
  *  invokable methods count the actions they receive. */
 class Window : public QMainWindow
@@ -152,10 +167,7 @@ public:
     /** Shows the window, makes it active and focuses @p focus (the table by default). */
     void activate(QWidget *focus = nullptr)
     {
-        show();
-        QApplication::setActiveWindow(this);
-        (focus ? focus : table)->setFocus();
-        QCoreApplication::processEvents();
+        ShortcutTestHost::activate(this, focus ? focus : table);
     }
 
     int totalCalls() const { return std::accumulate(calls.cbegin(), calls.cend(), 0); }

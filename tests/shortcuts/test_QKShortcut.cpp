@@ -1,11 +1,6 @@
 #include "ShortcutTestHost.h"
 
-#include <QKShortcutGroup.h>
-
 #include <QKeyEvent>
-#include <QTest>
-
-#include <gtest/gtest.h>
 
 #include <span>
 
@@ -16,15 +11,6 @@ namespace {
 // Short names for the tables of keys.
 constexpr quint32 S = Shift, C = Control, O = Option, M = Command;
 constexpr quint32 Keypad = QKShortcutKey::NumericPad;
-
-// The display string: four modifier slots (U+0000 where a modifier is absent), then the key.
-QString glyphs(const char16_t (&modifierSlots)[4], const QString &keyText)
-{
-    QString text;
-    for (char16_t slot : modifierSlots)
-        text += QChar(slot);
-    return text + keyText;
-}
 
 std::unique_ptr<QKShortcutGroup> groupAt(int index)
 {
@@ -37,14 +23,13 @@ std::unique_ptr<QKShortcutGroup> fileGroup(const QVariantList &shortcuts, bool i
         {{"name", "File"}, {"isMenu", isMenu}, {"shortcuts", shortcuts}});
 }
 
-// The host window, shown and active, and a key-down event with its auto-repeat.
+// The host window, shown and active, and a key-down event.
 class QKShortcutInHost : public ::testing::Test
 {
 protected:
     void SetUp() override { window.activate(); }
     Window window;
     const QKeyEvent keyDown{QEvent::KeyPress, Qt::Key_T, Qt::ControlModifier, u"t"_s};
-    const QKeyEvent repeat{QEvent::KeyPress, Qt::Key_T, Qt::ControlModifier, u"t"_s, true};
 };
 
 } // namespace
@@ -79,11 +64,11 @@ TEST(QKShortcutKey, reservedCombinationsNeedExactlyTheirModifiers)
     }
 }
 
+// The display string: four modifier slots (U+0000 where a modifier is absent), then the key.
 TEST(QKShortcutKey, displayStringKeepsEmptyModifierSlots)
 {
-    EXPECT_EQ(QKShortcutKey(u'a', S).displayString(), glyphs({0, 0, 0x21E7, 0}, "A"));
-    EXPECT_EQ(QKShortcutKey(u'z', M | O | S | C).displayString(),
-              glyphs({0x2303, 0x2325, 0x21E7, 0x2318}, "Z"));
+    EXPECT_EQ(QKShortcutKey(u'a', S).displayString(), u"\0\0\u21E7\0A"_s);
+    EXPECT_EQ(QKShortcutKey(u'z', M | O | S | C).displayString(), u"\u2303\u2325\u21E7\u2318Z"_s);
     // On screen the empty slots are left out.
     EXPECT_EQ(QKShortcutKey(u' ', C | M).displayText(), u"\u2303\u2318[space]"_s);
     EXPECT_TRUE(QKShortcutKey(0, M | S).displayString().isEmpty());
@@ -95,8 +80,7 @@ TEST(QKShortcutKey, displayStringKeepsEmptyModifierSlots)
         {0xE9, 0, u"\u00E9"_s},   {u'+', Keypad, u"[+]"_s}, {0xF713, 0, QChar(0xF713)},
     };
     for (const auto &[character, keypad, text] : keys) {
-        EXPECT_EQ(QKShortcutKey(character, M | keypad).displayString(),
-                  glyphs({0, 0, 0, 0x2318}, text))
+        EXPECT_EQ(QKShortcutKey(character, M | keypad).displayString(), u"\0\0\0\u2318"_s + text)
             << std::hex << int(character);
     }
 }
@@ -119,25 +103,9 @@ TEST(QKShortcutKey, takesCharacterAndModifiersFromEvents)
     QKShortcutKey cleared(u'x', M);
     cleared.setFromEvent(nullptr);
     EXPECT_TRUE(cleared.isClear());
-}
-
-TEST(QKShortcutKey, clearIgnoresModifiersAndStateSetsOnlyPresentFields)
-{
     // Clear means no character; modifiers do not count for that, but do for equality.
-    QKShortcutKey key(0, M);
-    EXPECT_TRUE(key.isClear());
-    EXPECT_NE(key, QKShortcutKey());
-    key.clear();
-    EXPECT_EQ(key, QKShortcutKey());
-
-    const QKShortcutKey home(0xF729, M | O);
-    EXPECT_EQ(home.state(), QVariantMap({{"character", 0xF729}, {"modifiers", qint64(M | O)}}));
-    key.setState(home.state());
-    key.setState({{"character", int(u'q')}});
-    EXPECT_EQ(key, QKShortcutKey(u'q', M | O));
-    key.setState({{"modifiers", qint64(C)}});
-    key.setState({});
-    EXPECT_EQ(key, QKShortcutKey(u'q', C));
+    EXPECT_TRUE(QKShortcutKey(0, M).isClear());
+    EXPECT_NE(QKShortcutKey(0, M), QKShortcutKey());
 }
 
 TEST(QKShortcutKeyMenuItem, setShortcutKeyShowsTheKeyWithoutBindingIt)
@@ -176,14 +144,15 @@ TEST(QKShortcut, stateRoundTripsAndMissingEntriesKeepValues)
     EXPECT_TRUE(play->key()->isClear());
     play->setState({{"character", int(u'p')}, {"modifiers", qint64(Command)}, {"tag", 3}});
     play->setState({{"character", int(u'q')}});
-    EXPECT_EQ(play->state(), shortcutState("Play", "play:", u'q', Command, false, false, 3));
+    play->setState({{"modifiers", qint64(Control)}});
+    play->setState({});
+    EXPECT_EQ(play->state(), shortcutState("Play", "play:", u'q', Control, false, false, 3));
 }
 
 TEST(QKShortcutGroup, stateCopyLookupsAndThreeValuedEnabled)
 {
     const auto group = groupAt(0);
     ASSERT_EQ(group->count(), 3);
-    EXPECT_EQ(group->shortcutAt(2)->group(), group.get());
     EXPECT_EQ(group->state(), defaultList().at(0).toMap());
 
     // A copy is deep: new shortcuts and keys.
@@ -228,17 +197,12 @@ TEST_F(QKShortcutInHost, menuItemsFollowKeyEnabledStateActionAndTag)
     QAction *asText = QKMainMenu::itemForPath({"Export", "As Text"});
     ASSERT_NE(asText, nullptr);
 
-    QKShortcut *shortcut = file->shortcutAt(1);
-    shortcut->setKey(QKShortcutKey(u'x', Option));
-    EXPECT_EQ(asText->shortcut(), QKeySequence(Qt::ALT | Qt::Key_X));
+    EXPECT_EQ(asText->shortcut(), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
     // Disabled: no key equivalent, but action and tag stay.
-    shortcut->setEnabled(false);
+    file->shortcutAt(1)->setEnabled(false);
     EXPECT_TRUE(asText->shortcut().isEmpty());
     EXPECT_EQ(asText->property(QKMenus::ActionProperty), QByteArray("exportText:"));
     EXPECT_EQ(asText->property("tag"), 7);
-    shortcut->setEnabled(true);
-    shortcut->clearKey();
-    EXPECT_TRUE(asText->shortcut().isEmpty());
 
     // The menu item sends the action that the shortcut names.
     file->shortcutAt(0)->setState({{"action", "deleteTrack:"}});
@@ -272,32 +236,20 @@ TEST_F(QKShortcutInHost, pathsResolveFromAnyTopLevelMenuAndOthersTouchNoItem)
     EXPECT_EQ(menuKey({"Résumé"}), QKeySequence(Qt::CTRL | Qt::Key_J));
 }
 
-TEST_F(QKShortcutInHost, performChecksEnabledRepeatsAndValidation)
+// Enabled state, repeats and validation are checked through key events in the registry tests.
+TEST_F(QKShortcutInHost, performSendsTagOrSenderAndOnlyMenuShortcutsNeedATarget)
 {
     auto nudge = groupAt(2);
-    QKShortcut *right = nudge->shortcutAt(1);
-    EXPECT_TRUE(right->perform(&keyDown));
-    EXPECT_FALSE(right->perform(&repeat));
+    EXPECT_TRUE(nudge->shortcutAt(1)->perform(&keyDown));
     EXPECT_EQ(window.tags, QList<int>{5});
-    QKShortcut *left = nudge->shortcutAt(0);
-    EXPECT_TRUE(left->perform(&repeat));
-    EXPECT_EQ(window.lastSender, left);
-    left->setEnabled(false);
-    EXPECT_FALSE(left->perform(&keyDown));
-    EXPECT_EQ(window.calls.value("nudgeLeft:"), 1);
-    // A non-menu shortcut answers true even when nobody takes its action.
+    EXPECT_TRUE(nudge->shortcutAt(0)->perform(&keyDown));
+    EXPECT_EQ(window.lastSender, nudge->shortcutAt(0));
+    // Nobody takes the action: true for a plain shortcut, false for a menu one.
     EXPECT_TRUE(nudge->shortcutAt(2)->perform(&keyDown));
-
-    // Menu shortcuts need a target that validates them.
     auto file = groupAt(0);
-    window.allowDelete = false;
-    EXPECT_FALSE(file->shortcutAt(2)->perform(&keyDown));
-    window.allowDelete = true;
-    EXPECT_TRUE(file->shortcutAt(2)->perform(&keyDown));
     file->shortcutAt(0)->setState({{"action", "noTarget:"}});
     EXPECT_FALSE(file->shortcutAt(0)->perform(&keyDown));
-    EXPECT_EQ(window.calls.value("deleteTrack:"), 1);
-    EXPECT_EQ(window.totalCalls(), 3);
+    EXPECT_EQ(window.totalCalls(), 2);
 }
 
 TEST_F(QKShortcutInHost, menuShortcutFlashesItsTitleWithoutOpeningTheMenu)
