@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QEventLoop>
+#include <QMap>
 #include <QMutex>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -24,18 +25,11 @@ public:
     struct Request
     {
         QByteArray method, path;
-        Headers headers;
+        QMap<QByteArray, QByteArray> headers; // by lower-case name
         QByteArray body = {};
 
         /** The value of header @p name (compared without case); empty when absent. */
-        QByteArray header(const QByteArray &name) const
-        {
-            for (const auto &[key, value] : headers) {
-                if (key.compare(name, Qt::CaseInsensitive) == 0)
-                    return value;
-            }
-            return {};
-        }
+        QByteArray header(const QByteArray &name) const { return headers.value(name.toLower()); }
     };
 
     struct Response
@@ -103,7 +97,8 @@ private:
             request.path = requestLine.value(1);
             for (const QByteArray &line : lines.mid(1)) {
                 if (const qsizetype colon = line.indexOf(':'); colon > 0)
-                    request.headers.append({line.left(colon), line.mid(colon + 1).trimmed()});
+                    request.headers.insert(line.left(colon).toLower(),
+                                           line.mid(colon + 1).trimmed());
             }
             const qsizetype length = request.header("Content-Length").toLongLong();
             if (buffer.size() < headEnd + 4 + length)

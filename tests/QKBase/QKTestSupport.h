@@ -1,12 +1,10 @@
 #pragma once
 
-// Shared by the QKBase tests: a capture of Qt's messages and a check of a dictionary's
-// text values.
+// Shared by the QKBase tests: a capture of Qt's messages.
 
 #include "QKTestPrinters.h"
 
 #include <QMutex>
-#include <QVariant>
 
 #include <gtest/gtest.h>
 
@@ -42,11 +40,3 @@ private:
     static inline QList<std::tuple<bool, QByteArray, QString>> s_messages;
     static inline QtMessageHandler s_previous = nullptr;
 };
-
-/** Expects each key of @p expected to hold that text in @p map. */
-inline void expectTexts(const QVariantMap &map,
-                        std::initializer_list<std::pair<const char *, QString>> expected)
-{
-    for (const auto &[key, text] : expected)
-        EXPECT_EQ(map.value(QString::fromUtf8(key)).toString(), text) << key;
-}

@@ -17,7 +17,6 @@ TEST(QKBundle, mainAndLibraryBundlesReadTheirOwnInfoPlists)
     EXPECT_EQ(bundle->pathForResource(u"Info"_s, u"plist"_s), u":/Info.plist"_s);
     const QKBundle *library = QKBundle::libraryBundle();
     EXPECT_EQ(library->objectForInfoDictionaryKey(u"CFBundleName"_s), "QKUtilities");
-    EXPECT_NE(library->infoDictionary(), bundle->infoDictionary());
 }
 
 TEST(QKBundle, resourcesAndInfoComeFromTheFirstRootThatHasThem)

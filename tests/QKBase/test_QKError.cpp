@@ -43,7 +43,6 @@ TEST(QKError, equalityNeedsDomainCodeActionAndUserInfo)
     TestDeviceError copy(5);
     copy = error;
     EXPECT_TRUE(copy.isEqual(error));
-    EXPECT_EQ(copy.localizedDescription(), error.localizedDescription());
     EXPECT_FALSE(error.isEqual(QKError(1, u"Connecting"_s)));
     EXPECT_FALSE(error.isEqual(TestDeviceError(2, u"Connecting"_s)));
     EXPECT_FALSE(error.isEqual(TestDeviceError(1, u"Sending"_s)));

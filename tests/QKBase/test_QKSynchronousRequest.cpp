@@ -19,8 +19,6 @@ Response route(const QKTestHttpServer::Request &request)
         return {200, "feed for " + request.header("User-Agent")};
     if (request.path == "/missing")
         return {404, "<html>No such page</html>"};
-    if (request.path == "/broken")
-        return {500, "boom"};
     if (request.path == "/moved")
         return {302, {}, {{"Location", "/feed"}}};
     if (request.path == "/drop")
@@ -46,7 +44,6 @@ TEST(QKSynchronousRequest, errorStatusesAndRedirectsAreAnswersAndTransportFailur
     const std::tuple<const char *, int, QByteArray> answers[] = {
         {"/feed", 200, "feed for QKTest/1.0"},
         {"/missing", 404, "<html>No such page</html>"},
-        {"/broken", 500, "boom"},
         {"/moved", 200, "feed for QKTest/1.0"}};
     for (const auto &[path, status, data] : answers) {
         const auto reply = get(server.url(QString::fromLatin1(path)));
@@ -75,16 +72,15 @@ TEST(QKSynchronousRequest, worksOnWorkerThreadsWithoutEventLoop)
     const QKMultipartRequest form = QKMultipartRequest::requestWithURL(
         server.url("/api"), {{"action", "add_document"}, {"body", archive}});
 
-    QKSynchronousRequest::Reply posted, fetched, dropped;
+    // The help desk's casts already fetch from a worker; here a post and a failure at once.
+    QKSynchronousRequest::Reply posted, dropped;
     {
         std::jthread poster([&] { posted = QKSynchronousRequest::post(form); });
-        std::jthread fetcher([&] { fetched = get(server.url("/feed")); });
         std::jthread failer([&] { dropped = get(server.url("/drop")); });
     }
     EXPECT_TRUE(posted.isSuccess()) << posted.errorString.toStdString();
     EXPECT_TRUE(posted.data.startsWith("posted "));
     EXPECT_GT(posted.data.mid(7).toLongLong(), archive.size());
-    EXPECT_EQ(fetched.data, "feed for QKTest/1.0");
     EXPECT_FALSE(dropped.isSuccess());
     EXPECT_TRUE(dropped.data.isEmpty());
 }

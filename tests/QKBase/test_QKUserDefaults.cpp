@@ -44,7 +44,6 @@ TEST(QKUserDefaults, typedGettersGiveEmptyValuesForOtherTypes)
     const QVariantMap stored{{u"dict"_s, QVariantMap{{u"a"_s, 1}}},
                              {u"list"_s, QVariantList{1, 2}},
                              {u"text"_s, u"hello"_s},
-                             {u"data"_s, QByteArray("\0\1", 2)},
                              {u"real"_s, 3.7},
                              {u"negative"_s, -3.7},
                              {u"int"_s, 42},
@@ -57,10 +56,8 @@ TEST(QKUserDefaults, typedGettersGiveEmptyValuesForOtherTypes)
     EXPECT_EQ(defaults.stringForKey(u"dict"_s), QString());
     EXPECT_EQ(defaults.stringForKey(u"int"_s), u"42"_s);
     EXPECT_EQ(defaults.dataForKey(u"text"_s), QByteArray());
-    EXPECT_EQ(defaults.dataForKey(u"data"_s), QByteArray("\0\1", 2));
     EXPECT_TRUE(defaults.arrayForKey(u"dict"_s).isEmpty());
     EXPECT_TRUE(defaults.dictionaryForKey(u"list"_s).isEmpty());
-    EXPECT_EQ(defaults.arrayForKey(u"list"_s).size(), 2);
     EXPECT_DOUBLE_EQ(defaults.doubleForKey(u"realText"_s), 3.7);
     EXPECT_DOUBLE_EQ(defaults.doubleForKey(u"list"_s), 0);
     const std::pair<const char *, qint64> integers[] = {

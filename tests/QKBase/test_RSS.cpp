@@ -28,6 +28,13 @@ QVariantMap item(const RSS &feed, int index)
     return feed.newsItems().value(index).toMap();
 }
 
+void expectTexts(const QVariantMap &map,
+                 std::initializer_list<std::pair<const char *, QString>> expected)
+{
+    for (const auto &[key, text] : expected)
+        EXPECT_EQ(map.value(QString::fromUtf8(key)).toString(), text) << key;
+}
+
 } // namespace
 
 TEST(RSS, rssAtomAndRdfFeedsOfferTheirItemsUnderRss2Names)

@@ -4,13 +4,11 @@
 
 #include "QKApplicationLog.h"
 #include "QKTestEnvironment.h"
+#include "QKTestPrinters.h"
 
-#include <QByteArray>
-#include <QList>
 #include <QProcess>
-#include <QString>
 
-#include <utility>
+#include <gtest/gtest.h>
 
 namespace DiagnosticsTest {
 
@@ -21,13 +19,13 @@ using Entries = QList<std::pair<QString, QByteArray>>;
 inline Entries zipEntries(const QString &archivePath)
 {
     QProcess python;
-    python.start(QStringLiteral("python3"),
-                 {QStringLiteral("-c"),
-                  QStringLiteral("import base64, sys, zipfile\n"
-                                 "with zipfile.ZipFile(sys.argv[1]) as archive:\n"
-                                 "    for entry in archive.infolist():\n"
-                                 "        print(entry.filename + '\\t' + "
-                                 "base64.b64encode(archive.read(entry)).decode())\n"),
+    python.start(u"python3"_s,
+                 {u"-c"_s,
+                  QString::fromLatin1("import base64, sys, zipfile\n"
+                                      "with zipfile.ZipFile(sys.argv[1]) as archive:\n"
+                                      "    for entry in archive.infolist():\n"
+                                      "        print(entry.filename + '\\t' + "
+                                      "base64.b64encode(archive.read(entry)).decode())\n"),
                   archivePath});
     if (!python.waitForFinished(30000) || python.exitCode() != 0)
         return {};

@@ -10,8 +10,6 @@
 #include <QThread>
 #include <QXmlStreamReader>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <memory>
 
@@ -40,13 +38,13 @@ QString writeSteppedProfiler()
 
 void letProfilerGoOn(int step)
 {
-    QKTestEnvironment::writeAll(homeFile(QStringLiteral("profiler/go%1").arg(step)), "");
+    QKTestEnvironment::writeAll(homeFile(u"profiler/go%1"_s.arg(step)), "");
 }
 
 // 'R', 'S', 'Z' (finished, not yet reaped)...; 0 when there is no such process.
 char processState(qint64 pid)
 {
-    const QByteArray stat = QKTestEnvironment::readAll(QStringLiteral("/proc/%1/stat").arg(pid));
+    const QByteArray stat = QKTestEnvironment::readAll(u"/proc/%1/stat"_s.arg(pid));
     const qsizetype nameEnd = stat.lastIndexOf(')');
     return nameEnd > 0 && nameEnd + 2 < stat.size() ? stat.at(nameEnd + 2) : 0;
 }
@@ -63,13 +61,13 @@ QStringList outline(const QByteArray &xml)
         if (reader.isStartElement()) {
             QString line = reader.name().toString();
             for (const QXmlStreamAttribute &attribute : reader.attributes())
-                line += QStringLiteral(" %1=\"%2\"").arg(attribute.name(), attribute.value());
+                line += u" %1=\"%2\""_s.arg(attribute.name(), attribute.value());
             open.append(lines.size());
             lines.append(line);
         } else if (reader.isEndElement()) {
             open.removeLast();
         } else if (reader.isCharacters() && !reader.isWhitespace()) {
-            lines[open.last()] += QStringLiteral(": ") + reader.text().toString().trimmed();
+            lines[open.last()] += u": "_s + reader.text().toString().trimmed();
         }
     }
     return reader.hasError() ? QStringList() : lines;
@@ -97,15 +95,21 @@ TEST(QKSystemProfiler, lshwReportIsWrittenAndZipped)
     EXPECT_EQ(zipEntries(archive), Entries({{"system_profile.spx", profile}}));
 }
 
-TEST(QKSystemProfiler, programThatCannotStartGivesTheBuiltInReport)
+TEST(QKSystemProfiler, programThatCannotStartGivesTheBuiltInReportWhereItCanBeWritten)
 {
     QKSystemProfiler profiler;
     profiler.setProgram(homeFile("no-such-lshw"));
-    int progressCalls = 0;
+    // A plain file stands where the folder should be.
+    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("blocked"), "a file"));
+    bool cancelled = true;
+    EXPECT_TRUE(profiler.createSystemProfile(homeFile("blocked/temp"), nullptr, nullptr, &cancelled)
+                    .isEmpty());
+    EXPECT_FALSE(cancelled);
+    EXPECT_TRUE(debugLog().contains("cannot write the system profile"));
 
+    int progressCalls = 0;
     const QString archive = profiler.createSystemProfile(
         homeFile("temp"), [&progressCalls] { ++progressCalls; }, nullptr);
-
     ASSERT_FALSE(archive.isEmpty());
     const QByteArray profile = QKTestEnvironment::readAll(homeFile("temp/system_profile.spx"));
     EXPECT_EQ(progressCalls, 1); // a small report is one chunk
@@ -146,7 +150,7 @@ TEST(QKSystemProfiler, builtInReportReadsTheSystemFiles)
 
     // The kernel is the running one, whatever the root.
     const auto withoutKernel = [](QStringList lines) {
-        const QStringList kernel = lines.filter(QRegularExpression(QStringLiteral("^kernel")));
+        const QStringList kernel = lines.filter(QRegularExpression(u"^kernel"_s));
         EXPECT_EQ(kernel.size(), 1) << lines.join('\n').toStdString();
         EXPECT_TRUE(kernel.value(0).contains(" release=\"" + QSysInfo::kernelVersion() + '"'));
         lines.removeAll(kernel.value(0));
@@ -231,7 +235,6 @@ TEST(QKSystemProfiler, cancelKeepsWhatWasReadAndLeavesTheProfilerAlone)
     EXPECT_TRUE(cancelled);
     EXPECT_EQ(progressCalls, 1);
     ASSERT_EQ(archive, homeFile("temp/system_profile.zip"));
-    EXPECT_EQ(QKTestEnvironment::readAll(homeFile("temp/system_profile.spx")), PartOne);
     EXPECT_EQ(zipEntries(archive).value(0).second, PartOne);
 
     // Still waiting for its next step: it was neither terminated nor waited for.
@@ -245,16 +248,4 @@ TEST(QKSystemProfiler, cancelKeepsWhatWasReadAndLeavesTheProfilerAlone)
     for (int i = 0; i < 1000 && processState(pid) != 0 && processState(pid) != 'Z'; ++i)
         QThread::msleep(10);
     EXPECT_TRUE(processState(pid) == 0 || processState(pid) == 'Z');
-}
-
-TEST(QKSystemProfiler, unwritableFolderGivesNoArchive)
-{
-    ASSERT_TRUE(QKTestEnvironment::writeAll(homeFile("blocked"), "a file"));
-    QKSystemProfiler profiler;
-    profiler.setProgram(QString());
-    bool cancelled = true;
-    EXPECT_TRUE(profiler.createSystemProfile(homeFile("blocked/temp"), nullptr, nullptr, &cancelled)
-                    .isEmpty());
-    EXPECT_FALSE(cancelled);
-    EXPECT_TRUE(debugLog().contains("cannot write the system profile"));
 }
