@@ -89,7 +89,6 @@ TEST(QKHelpDeskDebug, editsTheSharedLogAndTheSettingsSurviveARestartOfTheLog)
     EXPECT_FALSE(reloaded.findChild<QCheckBox *>("enabledButton")->isChecked());
     EXPECT_EQ(reloaded.findChild<QComboBox *>("defaultThresholdPopup")->currentIndex(), 1);
     EXPECT_EQ(reloaded.model()->objectValue("threshold", 0), QVariant(2u));
-    EXPECT_FALSE(reloaded.model()->objectValue("level", 0).isValid());
 }
 
 TEST(QKHelpDeskDebug, removalNeedsASelectionAndTheLogOpensInTheViewer)
