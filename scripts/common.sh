@@ -6,7 +6,7 @@ QK_BUILD="${QK_BUILD_DIR:-$QK_ROOT/build}"
 
 QK_PACKAGES=(
     build-essential cmake pkg-config ccache
-    qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev libqt6sql6-sqlite
+    qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev qt6-websockets-dev libqt6sql6-sqlite
     libgl-dev libxkbcommon-dev
     libplist-dev
     libgtest-dev libgmock-dev libbenchmark-dev
@@ -28,7 +28,8 @@ qk_install_dependencies() {
 }
 
 qk_build() {
-    if [ ! -f "$QK_BUILD/CMakeCache.txt" ]; then
+    # A configure step that failed leaves a cache but no build system: configure again then.
+    if [ ! -f "$QK_BUILD/Makefile" ]; then
         cmake -S "$QK_ROOT" -B "$QK_BUILD" -G "Unix Makefiles" -DCMAKE_BUILD_TYPE=RelWithDebInfo
     fi
     cmake --build "$QK_BUILD" -j "$(nproc)" "$@"
