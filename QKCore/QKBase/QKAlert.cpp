@@ -1,10 +1,14 @@
 #include "QKAlert.h"
 
+#include "QKApplication.h"
+
 #include <QApplication>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QMutex>
+#include <QPointer>
 #include <QPushButton>
+#include <QWindow>
 
 namespace {
 
@@ -15,10 +19,15 @@ QKFilePanels::Answerer s_panelAnswerer;
 
 int showMessageBox(const QKAlertRequest &request)
 {
-    QMessageBox box(request.parent ? request.parent : QApplication::activeWindow());
-    box.setIcon(QMessageBox::Warning);
-    box.setText(request.message);
-    box.setInformativeText(request.informativeText);
+    // Only a parent the caller names owns the box. The window in front may be a splash
+    // screen that its own launch work deletes while the box runs its modal loop, and a
+    // child would go with it: the box merely stays above that window.
+    const QPointer<QMessageBox> box = new QMessageBox(request.parent);
+    box->setWindowTitle(QKApplication::currentName());
+    box->setIcon(request.style == QKAlertRequest::Style::Informational ? QMessageBox::Information
+                                                                       : QMessageBox::Warning);
+    box->setText(request.message);
+    box->setInformativeText(request.informativeText);
     const QStringList titles =
         request.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : request.buttons;
     QList<QAbstractButton *> buttons;
@@ -26,14 +35,24 @@ int showMessageBox(const QKAlertRequest &request)
         // Roles only decide placement; the first button is the default, as on every alert.
         const auto role = i == 0 ? QMessageBox::AcceptRole
                                  : (i == 1 ? QMessageBox::RejectRole : QMessageBox::ActionRole);
-        QPushButton *button = box.addButton(titles.at(i), role);
+        QPushButton *button = box->addButton(titles.at(i), role);
         if (i == 0)
-            box.setDefaultButton(button);
+            box->setDefaultButton(button);
         buttons << button;
     }
-    box.exec();
-    const int index = int(buttons.indexOf(box.clickedButton()));
-    return index < 0 ? titles.size() - 1 : index;
+    if (!request.parent) {
+        if (const QWidget *front = QApplication::activeWindow(); front && front->windowHandle()) {
+            box->winId();
+            box->windowHandle()->setTransientParent(front->windowHandle());
+        }
+    }
+    box->exec();
+    // A named parent that went away took the box with it: that counts as the last button.
+    if (!box)
+        return int(titles.size()) - 1;
+    const int index = int(buttons.indexOf(box->clickedButton()));
+    delete box.data();
+    return index < 0 ? int(titles.size()) - 1 : index;
 }
 
 QString filterFor(const QStringList &types)

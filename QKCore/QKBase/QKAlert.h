@@ -11,10 +11,14 @@ class QWidget;
 /** What an alert shows: the message, the informative text and the buttons, first one default. */
 struct QKBASE_EXPORT QKAlertRequest
 {
+    /** A warning asks the user to act or tells of a failure; information tells of a state. */
+    enum class Style { Warning, Informational };
+
     QString message;
     QString informativeText;
     QStringList buttons; // empty: a single "OK"
     QWidget *parent = nullptr;
+    Style style = Style::Warning;
 };
 
 /**

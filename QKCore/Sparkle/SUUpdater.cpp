@@ -176,9 +176,12 @@ void SUUpdater::finishCheck(bool feedRead, const QVariantList &items)
     if (offered) {
         offerUpdate(newest);
     } else if (userInitiated) {
-        QKAlert::runModal(tr("%1 is up to date").arg(name),
-                          tr("%1 %2 is the newest version available.")
-                              .arg(name, infoString("CFBundleShortVersionString")));
+        QKAlertRequest upToDate;
+        upToDate.message = tr("%1 is up to date").arg(name);
+        upToDate.informativeText = tr("%1 %2 is the newest version available.")
+                                       .arg(name, infoString("CFBundleShortVersionString"));
+        upToDate.style = QKAlertRequest::Style::Informational;
+        QKAlert::runModal(upToDate);
     }
     emit checkFinished(true, offered);
 }

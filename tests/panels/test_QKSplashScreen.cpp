@@ -1,15 +1,19 @@
 #include "PanelTestSupport.h"
 #include "QKClock.h"
 
+#include <QKAlert.h>
 #include <QKApplication.h>
 #include <QKSplashScreen.h>
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPointer>
 #include <QScreen>
 #include <QTest>
 #include <QTimeZone>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -138,6 +142,28 @@ TEST(QKSplashScreen, openTwiceShowsOneWindowAndCloseReleasesTheSplash)
     EXPECT_TRUE(splash->window()->isVisible());
     EXPECT_EQ(splash->window()->windowOpacity(), 1.0);
     EXPECT_TRUE(QTest::qWaitFor([&] { return splash.isNull(); }));
+}
+
+TEST(QKSplashScreen, closingWhileALaunchQuestionIsUpLeavesTheQuestion)
+{
+    // The crash-report question comes up during launch work, with the splash in front; the
+    // splash releases itself inside the question's modal loop.
+    QKAlert::setAnswerer({});
+    QKSplashScreen::setFadeDuration(0);
+    QPointer<QKSplashScreen> splash = QKSplashScreen::splashScreen();
+    int answer = -1;
+    QKSplashScreen::finishLaunching([&] {
+        QApplication::setActiveWindow(splash->window());
+        QTimer::singleShot(0, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            ASSERT_NE(box, nullptr);
+            splash->close();
+            QTimer::singleShot(0, box, [box] { box->buttons().constFirst()->click(); });
+        });
+        answer = QKAlert::runModal(u"Send a crash report?"_s, {}, {u"Yes"_s, u"No"_s});
+    });
+    EXPECT_EQ(answer, 0);
+    EXPECT_TRUE(splash.isNull());
 }
 
 TEST(QKSplashScreen, screenshotShowsTheRoundedGradient)
