@@ -1,6 +1,10 @@
 #include "QKSupportSiteProcess.h"
 
+#include <QKSynchronousRequest.h>
+
 #include <QDeadlineTimer>
+#include <QJsonDocument>
+#include <QNetworkRequest>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -162,4 +166,10 @@ bool QKSupportSiteProcess::restart()
 int QKSupportSiteProcess::lastExitCode() const
 {
     return d->lastExitCode;
+}
+
+QJsonArray QKSupportSiteProcess::inspect(const QString &path) const
+{
+    const QUrl url(baseURL() + QStringLiteral("/inspect/") + path);
+    return QJsonDocument::fromJson(QKSynchronousRequest::get(QNetworkRequest(url)).data).array();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonArray>
 #include <QString>
 
 #include <memory>
@@ -56,6 +57,9 @@ public:
     bool restart();
     /** The exit code of the last stop; -1 when the site had to be killed or never ran. */
     int lastExitCode() const;
+
+    /** GET /inspect/<path>: what the site stored, as JSON; empty when it answers nothing. */
+    QJsonArray inspect(const QString &path) const;
 
 private:
     struct Private;

@@ -37,9 +37,11 @@ public:
     // Starts Xvfb on a display of its choosing, then Sound Lab on it.
     SoundLab()
     {
-        m_xvfb.start(QStandardPaths::findExecutable("Xvfb"),
-                     {"-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp"});
-        // Xvfb writes the display number once it accepts connections.
+        m_xvfb.start(
+            QStandardPaths::findExecutable("Xvfb"),
+            {"-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp", "-noreset"});
+        // Xvfb writes the display number once it accepts connections. Without -noreset it
+        // resets when its last client goes, and refuses the next launch meanwhile.
         while (!m_xvfb.canReadLine() && m_xvfb.waitForReadyRead(WaitLimit)) {
         }
         const QString number = QString::fromLatin1(m_xvfb.readLine().trimmed());
@@ -90,6 +92,26 @@ public:
     bool waitFor(const QString &line, int times = 1)
     {
         return QTest::qWaitFor([&] { return count(line) >= times; }, WaitLimit);
+    }
+
+    /** The object name of the widget that took the focus last, empty before any. */
+    QString lastFocus() const
+    {
+        const qsizetype at = m_output.lastIndexOf(QLatin1String("trace: focus "));
+        if (at < 0)
+            return {};
+        const qsizetype start = at + 13;
+        return m_output.mid(start, m_output.indexOf('\n', start) - start);
+    }
+
+    /** Presses Tab in @p window until the widget named @p name has the focus. */
+    bool tabTo(const QString &window, const QString &name)
+    {
+        for (int presses = 0; presses < 40 && lastFocus() != name; ++presses) {
+            xdotool({"key", "--window", window, "Tab"});
+            QTest::qWait(50);
+        }
+        return lastFocus() == name;
     }
 
     /** Runs xdotool with @p arguments on Sound Lab's display; its standard output. */

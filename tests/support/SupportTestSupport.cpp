@@ -75,7 +75,7 @@ QByteArray siteGet(const QKSupportSiteProcess &site, const QString &path)
 
 QJsonArray inspect(const QKSupportSiteProcess &site, const QString &path)
 {
-    return QJsonDocument::fromJson(siteGet(site, path)).array();
+    return site.inspect(path);
 }
 
 QMap<QString, QByteArray> documentEntries(const QKSupportSiteProcess &site, qint64 id)
