@@ -6,6 +6,7 @@
 
 #include <QKAlert.h>
 #include <QKApplication.h>
+#include <QKApplicationLog.h>
 #include <QKBundle.h>
 #include <QKClock.h>
 #include <QKUserDefaults.h>
@@ -256,6 +257,10 @@ void SUUpdater::offerUpdate(const SUAppcastItem &item)
         QKAlert::runModal(tr("A new version of %1 is available!").arg(name), informative,
                           {tr("Download"), tr("Skip This Version"), tr("Remind Me Later")});
     if (answer == Download) {
+        if (item.fileURL().isEmpty() || !item.fileURL().isValid()) {
+            reportMissingDownload(item);
+            return;
+        }
         if (d->downloadHandler)
             d->downloadHandler(item.fileURL());
         else
@@ -266,3 +271,15 @@ void SUUpdater::offerUpdate(const SUAppcastItem &item)
     }
 }
 
+void SUUpdater::reportMissingDownload(const SUAppcastItem &item)
+{
+    const QString name = QKApplication::currentName();
+    QKApplicationLog::sharedLog()->warning(
+        QKApplicationLogContext(QStringLiteral("Sparkle"), this),
+        QStringLiteral("the update to %1 (%2) has no download address in the appcast")
+            .arg(item.displayVersionString(), item.versionString()));
+    QKAlert::runModal(tr("%1 %2 cannot be downloaded").arg(name, item.displayVersionString()),
+                      tr("The update information gives no address to download it from. Please "
+                         "try again later or get the update from the %1 web site.")
+                          .arg(name));
+}

@@ -65,7 +65,8 @@ public:
     /** True while a feed is being fetched. */
     bool isChecking() const;
 
-    /** Where "Download" sends the update's address; by default the browser opens it. */
+    /** Where "Download" sends the update's address; by default the browser opens it. An
+     *  update without an address is not sent: the user is told so instead. */
     void setDownloadHandler(DownloadHandler handler);
 
 Q_SIGNALS:
@@ -79,6 +80,7 @@ private:
     void _scheduledWake();
     void finishCheck(bool feedRead, const QVariantList &items);
     void offerUpdate(const SUAppcastItem &item);
+    void reportMissingDownload(const SUAppcastItem &item);
 
     struct Private;
     std::unique_ptr<Private> d;

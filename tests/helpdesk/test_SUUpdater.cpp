@@ -218,3 +218,29 @@ TEST(SUUpdater, scheduledChecksComeAnIntervalAfterTheLastCheckForIntervalsUpToAY
     EXPECT_FALSE(updater.findChild<QTimer *>("scheduleTimer")->isActive());
     QKClock::setClock({});
 }
+
+TEST(SUUpdater, anUpdateWithoutADownloadAddressIsExplainedInsteadOfDownloaded)
+{
+    ScriptedServer server;
+    server.replies["/feed"] = appcast(R"(<item><title>Test Host 2.6</title>
+        <sparkle:version>2600</sparkle:version>
+        <sparkle:shortVersionString>2.6</sparkle:shortVersionString>
+        <description>Faster scanning</description></item>)");
+    pointAtFeed(server.baseURL() + "/feed");
+    OpenedURLs opened;
+    QList<QUrl> downloads;
+    SUUpdater updater;
+    updater.setDownloadHandler([&downloads](const QUrl &url) { downloads << url; });
+    EXPECT_EQ(check(&updater, true), QList<QVariant>({true, true}));
+
+    const QList<QKAlertRequest> alerts = QKAlert::shownAlerts();
+    ASSERT_EQ(alerts.size(), 2);
+    EXPECT_EQ(alerts[0].message, "A new version of Test Host is available!");
+    EXPECT_EQ(alerts[1].message, "Test Host 2.6 cannot be downloaded");
+    EXPECT_EQ(alerts[1].informativeText,
+              "The update information gives no address to download it from. Please try again "
+              "later or get the update from the Test Host web site.");
+    EXPECT_TRUE(downloads.isEmpty());
+    EXPECT_TRUE(opened.isEmpty());
+    EXPECT_TRUE(logText().contains("the update to 2.6 (2600) has no download address"));
+}
