@@ -28,6 +28,9 @@ SUAppcastItem::SUAppcastItem(const QVariantMap &dictionary) : d(new SUAppcastIte
     d->displayVersionString =
         enclosure.value(QStringLiteral("sparkle:shortVersionString")).toString();
     if (d->displayVersionString.isEmpty())
+        d->displayVersionString =
+            dictionary.value(QStringLiteral("sparkle:shortVersionString")).toString();
+    if (d->displayVersionString.isEmpty())
         d->displayVersionString = d->versionString;
     d->releaseNotesURL =
         QUrl(dictionary.value(QStringLiteral("sparkle:releaseNotesLink")).toString());

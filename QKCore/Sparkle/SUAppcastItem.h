@@ -22,7 +22,7 @@ public:
     /**
      * Reads @p dictionary: "title", "description", "pubDate" (RFC 2822), and the
      * "enclosure" map with "url", "sparkle:version" and "sparkle:shortVersionString". When
-     * the enclosure has no version, an item-level "sparkle:version" element is used.
+     * the enclosure lacks either version, the item-level element of that name is used.
      */
     explicit SUAppcastItem(const QVariantMap &dictionary);
     SUAppcastItem(const SUAppcastItem &other);

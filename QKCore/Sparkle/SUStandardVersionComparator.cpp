@@ -1,43 +1,47 @@
 #include "SUStandardVersionComparator.h"
 
+#include <QList>
 #include <QString>
-#include <QStringList>
 
 namespace {
 
-enum class PartType { Number, String, Separator };
+enum class PartType { Number, String, Period, Separator };
+
+struct Part
+{
+    PartType type;
+    QString text; // a number's digits in ASCII
+};
 
 PartType typeOf(QChar character)
 {
     if (character.isDigit())
         return PartType::Number;
-    if (character.isSpace() || character.isPunct())
-        return PartType::Separator;
-    return PartType::String;
+    if (character == u'.')
+        return PartType::Period;
+    if (character.isLetterOrNumber() || character.isMark())
+        return PartType::String;
+    return PartType::Separator;
 }
 
-PartType typeOf(const QString &part)
+/**
+ * Runs of digits, of letters and of other separators; every period is a part of its own,
+ * because periods join the numbers of a version. A dash ends the compared part: what follows
+ * it is a build's tag (a commit hash, a build count), which says nothing about the order.
+ */
+QList<Part> splitVersion(const QString &version)
 {
-    return typeOf(part.at(0));
-}
-
-/** Runs of digits and of letters; every separator is a part of its own. */
-QStringList splitVersion(const QString &version)
-{
-    QStringList parts;
-    QString current;
-    PartType currentType = PartType::Separator;
+    QList<Part> parts;
     for (const QChar character : version) {
+        if (character == u'-')
+            break;
         const PartType type = typeOf(character);
-        if (!current.isEmpty() && (type != currentType || type == PartType::Separator)) {
-            parts << current;
-            current.clear();
-        }
-        current += character;
-        currentType = type;
+        const QChar stored =
+            type == PartType::Number ? QChar(u'0' + character.digitValue()) : character;
+        if (parts.isEmpty() || parts.last().type != type || type == PartType::Period)
+            parts.append({type, QString()});
+        parts.last().text += stored;
     }
-    if (!current.isEmpty())
-        parts << current;
     return parts;
 }
 
@@ -48,22 +52,45 @@ int compareNumbers(const QString &a, const QString &b)
         qsizetype start = 0;
         while (start < digits.size() - 1 && digits.at(start) == u'0')
             ++start;
-        return digits.mid(start);
+        return QStringView(digits).mid(start);
     };
-    const QString left = significant(a);
-    const QString right = significant(b);
+    const QStringView left = significant(a);
+    const QStringView right = significant(b);
     if (left.size() != right.size())
         return left.size() < right.size() ? -1 : 1;
     return left.compare(right);
 }
 
-bool isZero(const QString &part)
+bool isZero(const QString &digits)
 {
-    for (const QChar character : part) {
-        if (character != u'0')
-            return false;
-    }
-    return true;
+    return compareNumbers(digits, QStringLiteral("0")) == 0;
+}
+
+bool isSeparator(PartType type)
+{
+    return type == PartType::Period || type == PartType::Separator;
+}
+
+/** Parts of the same kind compare by value (separators all alike); otherwise letters, which
+ *  mark a pre-release, lose to anything, and a number beats a separator. */
+int compareParts(const Part &a, const Part &b)
+{
+    if (isSeparator(a.type) && isSeparator(b.type))
+        return 0;
+    if (a.type == b.type)
+        return a.type == PartType::Number ? compareNumbers(a.text, b.text) : a.text.compare(b.text);
+    if (a.type == PartType::String)
+        return -1;
+    if (b.type == PartType::String)
+        return 1;
+    return a.type == PartType::Number ? 1 : -1;
+}
+
+/** True when parts[index] is a period with a number after it: a further component. */
+bool continuesNumber(const QList<Part> &parts, qsizetype index)
+{
+    return index + 1 < parts.size() && parts.at(index).type == PartType::Period &&
+           parts.at(index + 1).type == PartType::Number;
 }
 
 SUStandardVersionComparator::ComparisonResult sign(int value)
@@ -72,6 +99,19 @@ SUStandardVersionComparator::ComparisonResult sign(int value)
         return SUStandardVersionComparator::OrderedAscending;
     return value > 0 ? SUStandardVersionComparator::OrderedDescending
                      : SUStandardVersionComparator::OrderedSame;
+}
+
+/** The order decided by what the longer version has left: letters make it older, a number
+ *  newer; separators alone change nothing. */
+int compareRest(const QList<Part> &rest, bool restIsA)
+{
+    for (const Part &part : rest) {
+        if (isSeparator(part.type))
+            continue;
+        const bool longerIsNewer = part.type == PartType::Number;
+        return longerIsNewer == restIsA ? 1 : -1;
+    }
+    return 0;
 }
 
 } // namespace
@@ -85,35 +125,31 @@ const SUStandardVersionComparator *SUStandardVersionComparator::defaultComparato
 SUStandardVersionComparator::ComparisonResult
 SUStandardVersionComparator::compareVersion(const QString &versionA, const QString &versionB) const
 {
-    const QStringList partsA = splitVersion(versionA);
-    const QStringList partsB = splitVersion(versionB);
-    const qsizetype common = qMin(partsA.size(), partsB.size());
-    for (qsizetype i = 0; i < common; ++i) {
-        const QString &a = partsA.at(i);
-        const QString &b = partsB.at(i);
-        const PartType typeA = typeOf(a);
-        const PartType typeB = typeOf(b);
-        if (typeA == typeB) {
-            const int result = typeA == PartType::Number ? compareNumbers(a, b) : a.compare(b);
-            if (result != 0)
-                return sign(result);
+    const QList<Part> partsA = splitVersion(versionA);
+    const QList<Part> partsB = splitVersion(versionB);
+    qsizetype a = 0;
+    qsizetype b = 0;
+    bool afterNumbers = false;
+    while (true) {
+        // Where one version stops listing components ("1.5" against "1.5.0"), it has a 0.
+        const bool moreA = afterNumbers && continuesNumber(partsA, a);
+        const bool moreB = afterNumbers && continuesNumber(partsB, b);
+        if (moreA != moreB) {
+            const QString &digits = moreA ? partsA.at(a + 1).text : partsB.at(b + 1).text;
+            if (!isZero(digits))
+                return moreA ? OrderedDescending : OrderedAscending;
+            (moreA ? a : b) += 2;
             continue;
         }
-        // Letters mark a pre-release, so anything else is newer; a number beats a separator.
-        if (typeB == PartType::String || typeA == PartType::Number)
-            return OrderedDescending;
-        return OrderedAscending;
+        if (a == partsA.size() || b == partsB.size())
+            break;
+        const Part &partA = partsA.at(a++);
+        const Part &partB = partsB.at(b++);
+        if (const int order = compareParts(partA, partB))
+            return sign(order);
+        afterNumbers = partA.type == PartType::Number;
     }
-
-    const bool aIsLonger = partsA.size() > partsB.size();
-    const QStringList &rest = aIsLonger ? partsA : partsB;
-    for (qsizetype i = common; i < rest.size(); ++i) {
-        const QString &part = rest.at(i);
-        const PartType type = typeOf(part);
-        if (type == PartType::Separator || (type == PartType::Number && isZero(part)))
-            continue;
-        const bool longerIsNewer = type == PartType::Number;
-        return longerIsNewer == aIsLonger ? OrderedDescending : OrderedAscending;
-    }
-    return OrderedSame;
+    if (a < partsA.size())
+        return sign(compareRest(partsA.mid(a), true));
+    return sign(compareRest(partsB.mid(b), false));
 }

@@ -6,6 +6,7 @@
 
 #include <QKAlert.h>
 #include <QKApplication.h>
+#include <QKApplicationLog.h>
 #include <QKBundle.h>
 #include <QKClock.h>
 #include <QKUserDefaults.h>
@@ -16,7 +17,6 @@
 #include <QTimer>
 #include <QUrl>
 
-#include <limits>
 #include <thread>
 
 namespace {
@@ -25,6 +25,11 @@ QString infoString(const char *key)
 {
     return QKBundle::mainBundle()->objectForInfoDictionaryKey(QLatin1String(key)).toString();
 }
+
+// Timers run on the monotonic clock, which stands still while the machine sleeps, so a long
+// wait would end late by the time asleep; waking every hour and asking the clock keeps a
+// check within an hour of its time.
+constexpr qint64 LongestWait = 60 * 60 * 1000;
 
 /**
  * Lets a feed thread hand its result to the updater only while the updater exists; the
@@ -41,7 +46,11 @@ struct Receiver
 struct SUUpdater::Private
 {
     std::shared_ptr<Receiver> receiver = std::make_shared<Receiver>();
-    QTimer scheduleTimer;
+    QTimer *scheduleTimer = nullptr;
+    double interval = 0.0;
+    // The start of this session's last check: a check that could not read the feed writes
+    // no SULastCheckTime, and must not be retried at once.
+    QDateTime lastAttempt;
     DownloadHandler downloadHandler;
     bool checking = false;
     bool userInitiated = false;
@@ -50,7 +59,10 @@ struct SUUpdater::Private
 SUUpdater::SUUpdater(QObject *parent) : QObject(parent), d(std::make_unique<Private>())
 {
     d->receiver->updater = this;
-    connect(&d->scheduleTimer, &QTimer::timeout, this, &SUUpdater::checkForUpdatesInBackground);
+    d->scheduleTimer = new QTimer(this);
+    d->scheduleTimer->setObjectName(QStringLiteral("scheduleTimer"));
+    d->scheduleTimer->setSingleShot(true);
+    connect(d->scheduleTimer, &QTimer::timeout, this, &SUUpdater::_scheduledWake);
 }
 
 SUUpdater::~SUUpdater()
@@ -93,18 +105,53 @@ void SUUpdater::checkForUpdatesInBackground()
 
 void SUUpdater::scheduleCheckWithInterval(double seconds)
 {
-    if (seconds <= 0) {
-        d->scheduleTimer.stop();
-        return;
-    }
-    // QTimer counts in int milliseconds: about 24 days at most.
-    const double milliseconds = qMin(seconds * 1000.0, double(std::numeric_limits<int>::max()));
-    d->scheduleTimer.start(int(milliseconds));
+    d->interval = seconds > 0 ? qMin(seconds, MaximumCheckInterval) : 0.0;
+    _armSchedule();
 }
 
 double SUUpdater::scheduledCheckInterval() const
 {
-    return d->scheduleTimer.isActive() ? d->scheduleTimer.interval() / 1000.0 : 0.0;
+    return d->interval;
+}
+
+QDateTime SUUpdater::nextScheduledCheck() const
+{
+    if (d->interval <= 0)
+        return QDateTime();
+    QDateTime last =
+        QKUserDefaults::standardUserDefaults()->objectForKey(SULastCheckTimeKey).toDateTime();
+    if (d->lastAttempt.isValid() && (!last.isValid() || d->lastAttempt > last))
+        last = d->lastAttempt;
+    if (!last.isValid())
+        return QKClock::now();
+    return last.addMSecs(qint64(d->interval * 1000.0));
+}
+
+void SUUpdater::_armSchedule()
+{
+    if (d->interval <= 0) {
+        d->scheduleTimer->stop();
+        return;
+    }
+    const QDateTime now = QKClock::now();
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    // A last check after now means the clock was set back; otherwise no check would come
+    // until the clock caught up.
+    if (defaults->objectForKey(SULastCheckTimeKey).toDateTime() > now)
+        defaults->setObject(now, SULastCheckTimeKey);
+    const qint64 wait = qBound(qint64(0), now.msecsTo(nextScheduledCheck()), LongestWait);
+    d->scheduleTimer->start(int(wait));
+}
+
+void SUUpdater::_scheduledWake()
+{
+    // A running check re-arms the schedule when it ends.
+    if (d->interval <= 0 || d->checking)
+        return;
+    if (nextScheduledCheck() <= QKClock::now())
+        checkForUpdatesInBackground();
+    else
+        _armSchedule();
 }
 
 bool SUUpdater::isChecking() const
@@ -124,6 +171,8 @@ void SUUpdater::startCheck(bool userInitiated)
     if (d->checking)
         return;
     d->checking = true;
+    d->lastAttempt = QKClock::now();
+    _armSchedule();
     std::thread([receiver = d->receiver, url = feedURL(), agent = userAgent()] {
         const RSS feed(url, true, agent);
         const bool valid = feed.isValid();
@@ -144,6 +193,7 @@ void SUUpdater::finishCheck(bool feedRead, const QVariantList &items)
     d->userInitiated = false;
     const QString name = QKApplication::currentName();
     if (!feedRead) {
+        _armSchedule();
         if (userInitiated) {
             QKAlert::runModal(tr("Checking for updates failed"),
                               tr("The update information of %1 could not be loaded. Please "
@@ -154,6 +204,7 @@ void SUUpdater::finishCheck(bool feedRead, const QVariantList &items)
         return;
     }
     QKUserDefaults::standardUserDefaults()->setObject(QKClock::now(), SULastCheckTimeKey);
+    _armSchedule();
 
     const SUStandardVersionComparator *comparator =
         SUStandardVersionComparator::defaultComparator();
@@ -206,6 +257,10 @@ void SUUpdater::offerUpdate(const SUAppcastItem &item)
         QKAlert::runModal(tr("A new version of %1 is available!").arg(name), informative,
                           {tr("Download"), tr("Skip This Version"), tr("Remind Me Later")});
     if (answer == Download) {
+        if (item.fileURL().isEmpty() || !item.fileURL().isValid()) {
+            reportMissingDownload(item);
+            return;
+        }
         if (d->downloadHandler)
             d->downloadHandler(item.fileURL());
         else
@@ -214,4 +269,17 @@ void SUUpdater::offerUpdate(const SUAppcastItem &item)
         QKUserDefaults::standardUserDefaults()->setObject(item.versionString(),
                                                           SUSkippedVersionKey);
     }
+}
+
+void SUUpdater::reportMissingDownload(const SUAppcastItem &item)
+{
+    const QString name = QKApplication::currentName();
+    QKApplicationLog::sharedLog()->warning(
+        QKApplicationLogContext(QStringLiteral("Sparkle"), this),
+        QStringLiteral("the update to %1 (%2) has no download address in the appcast")
+            .arg(item.displayVersionString(), item.versionString()));
+    QKAlert::runModal(tr("%1 %2 cannot be downloaded").arg(name, item.displayVersionString()),
+                      tr("The update information gives no address to download it from. Please "
+                         "try again later or get the update from the %1 web site.")
+                          .arg(name));
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 
+class QDateTime;
 class QUrl;
 class SUAppcastItem;
 
@@ -42,18 +43,30 @@ public:
     /** Checks in the background when SUCheckAtStartup is true, then schedules checks every
      *  SUScheduledCheckInterval seconds when that is positive. */
     void startupCheck();
+    /** The longest interval of scheduled checks, a year in seconds; longer ones are cut. */
+    static constexpr double MaximumCheckInterval = 31557600.0;
     /** A check the user asked for; its outcome is always shown. */
     void checkForUpdates(QObject *sender = nullptr);
     /** A check that shows something only when an update is found. */
     void checkForUpdatesInBackground();
-    /** Repeats background checks every @p seconds; 0 or less cancels them. */
+    /**
+     * Checks in the background every @p seconds (at most MaximumCheckInterval), counted
+     * from the last check (SULastCheckTime, or a check of this session that could not read
+     * the feed): when that is longer ago, or there never was one, the check runs at once.
+     * 0 or less cancels the scheduled checks.
+     */
     void scheduleCheckWithInterval(double seconds);
     /** The interval of the scheduled checks in seconds; 0 when none are scheduled. */
     double scheduledCheckInterval() const;
+    /** When the next scheduled check is due: a time already past when it is overdue, now
+     *  when there never was a check, invalid when none are scheduled. A last check dated
+     *  after now (the clock was set back) counts as made when the schedule is set. */
+    QDateTime nextScheduledCheck() const;
     /** True while a feed is being fetched. */
     bool isChecking() const;
 
-    /** Where "Download" sends the update's address; by default the browser opens it. */
+    /** Where "Download" sends the update's address; by default the browser opens it. An
+     *  update without an address is not sent: the user is told so instead. */
     void setDownloadHandler(DownloadHandler handler);
 
 Q_SIGNALS:
@@ -63,8 +76,11 @@ Q_SIGNALS:
 
 private:
     void startCheck(bool userInitiated);
+    void _armSchedule();
+    void _scheduledWake();
     void finishCheck(bool feedRead, const QVariantList &items);
     void offerUpdate(const SUAppcastItem &item);
+    void reportMissingDownload(const SUAppcastItem &item);
 
     struct Private;
     std::unique_ptr<Private> d;

@@ -6,10 +6,12 @@
 #include "SUUpdater.h"
 
 #include <QKAlert.h>
+#include <QKClock.h>
 #include <QKUserDefaults.h>
 
 #include <QDir>
 #include <QSignalSpy>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -31,6 +33,24 @@ QList<QVariant> check(SUUpdater *updater, bool userInitiated)
 void pointAtFeed(const QString &url)
 {
     QKUserDefaults::standardUserDefaults()->setObject(url, SUFeedURLKey);
+}
+
+/** An appcast whose items are @p items. */
+QByteArray appcast(const QByteArray &items = QByteArray())
+{
+    return R"(<?xml version="1.0" encoding="utf-8"?>
+<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
+<channel><title>Test Host Changelog</title>)" +
+           items + "</channel></rss>";
+}
+
+/** Ends the wait of the scheduled checks' timer now, as if its time had come. */
+void wakeSchedule(SUUpdater &updater)
+{
+    auto *timer = updater.findChild<QTimer *>("scheduleTimer");
+    ASSERT_TRUE(timer && timer->isActive()) << "no scheduled check is waiting";
+    QTimerEvent event(timer->timerId());
+    QCoreApplication::sendEvent(timer, &event);
 }
 
 } // namespace
@@ -131,4 +151,96 @@ TEST(SUUpdater, startupCheckFollowsTheSettingsAndOnlyAnAskedCheckAnnouncesUpToDa
     EXPECT_EQ(QKAlert::shownAlerts()[0].message, "Test Host is up to date");
     EXPECT_EQ(QKAlert::shownAlerts()[0].informativeText,
               "Test Host 2.5b1 is the newest version available.");
+}
+
+TEST(SUUpdater, scheduledChecksComeAnIntervalAfterTheLastCheckForIntervalsUpToAYear)
+{
+    ScriptedServer server;
+    server.replies["/feed"] = appcast();
+    pointAtFeed(server.baseURL() + "/feed");
+    const QDateTime start(QDate(2024, 3, 1), QTime(12, 0), Qt::UTC);
+    QDateTime now;
+    QKClock::setClock([&now] { return now; });
+    constexpr qint64 day = 86400;
+    constexpr qint64 monthly = 2629800; // beyond what one timer can wait
+    const struct
+    {
+        const char *what;
+        QVariant lastCheck;
+        double interval;
+        qint64 keptInterval;
+        QDateTime due;
+    } cases[] = {
+        {"due", start.addSecs(-7200), day, day, start.addSecs(day - 7200)},
+        {"overdue", start.addSecs(-2 * day), day, day, start.addSecs(-day)},
+        {"never checked", {}, 3600, 3600, start},
+        {"checked in the future", start.addDays(3), 3600, 3600, start.addSecs(3600)},
+        {"monthly", start.addSecs(-day), monthly, monthly, start.addSecs(monthly - day)},
+        {"ten years", start, 10 * 365 * day, 31557600, start.addSecs(31557600)},
+    };
+    QKUserDefaults *defaults = QKUserDefaults::standardUserDefaults();
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        now = start;
+        defaults->setObject(c.lastCheck, SULastCheckTimeKey);
+        SUUpdater updater;
+        updater.scheduleCheckWithInterval(c.interval);
+        EXPECT_EQ(updater.scheduledCheckInterval(), double(c.keptInterval));
+        EXPECT_EQ(updater.nextScheduledCheck(), c.due);
+        if (c.due > now) {
+            // The timer wakes in steps; before its time a wake only waits on.
+            now = c.due.addSecs(-1);
+            wakeSchedule(updater);
+            EXPECT_FALSE(updater.isChecking());
+            now = c.due;
+        }
+        QSignalSpy finished(&updater, &SUUpdater::checkFinished);
+        wakeSchedule(updater);
+        EXPECT_TRUE(updater.isChecking());
+        ASSERT_TRUE(finished.wait(30000));
+        EXPECT_EQ(finished.constFirst(), QList<QVariant>({true, false}));
+        EXPECT_EQ(defaults->objectForKey(SULastCheckTimeKey).toDateTime(), now);
+        EXPECT_EQ(updater.nextScheduledCheck(), now.addSecs(c.keptInterval));
+    }
+
+    // A check that cannot read the feed is not repeated at once, and 0 ends the schedule.
+    SUUpdater updater;
+    defaults->removeObjectForKey(SULastCheckTimeKey);
+    pointAtFeed(server.baseURL() + "/missing");
+    updater.scheduleCheckWithInterval(3600);
+    QSignalSpy finished(&updater, &SUUpdater::checkFinished);
+    wakeSchedule(updater);
+    ASSERT_TRUE(finished.wait(30000));
+    EXPECT_EQ(finished.constFirst(), QList<QVariant>({false, false}));
+    EXPECT_EQ(updater.nextScheduledCheck(), now.addSecs(3600));
+    updater.scheduleCheckWithInterval(0);
+    EXPECT_FALSE(updater.nextScheduledCheck().isValid());
+    EXPECT_FALSE(updater.findChild<QTimer *>("scheduleTimer")->isActive());
+    QKClock::setClock({});
+}
+
+TEST(SUUpdater, anUpdateWithoutADownloadAddressIsExplainedInsteadOfDownloaded)
+{
+    ScriptedServer server;
+    server.replies["/feed"] = appcast(R"(<item><title>Test Host 2.6</title>
+        <sparkle:version>2600</sparkle:version>
+        <sparkle:shortVersionString>2.6</sparkle:shortVersionString>
+        <description>Faster scanning</description></item>)");
+    pointAtFeed(server.baseURL() + "/feed");
+    OpenedURLs opened;
+    QList<QUrl> downloads;
+    SUUpdater updater;
+    updater.setDownloadHandler([&downloads](const QUrl &url) { downloads << url; });
+    EXPECT_EQ(check(&updater, true), QList<QVariant>({true, true}));
+
+    const QList<QKAlertRequest> alerts = QKAlert::shownAlerts();
+    ASSERT_EQ(alerts.size(), 2);
+    EXPECT_EQ(alerts[0].message, "A new version of Test Host is available!");
+    EXPECT_EQ(alerts[1].message, "Test Host 2.6 cannot be downloaded");
+    EXPECT_EQ(alerts[1].informativeText,
+              "The update information gives no address to download it from. Please try again "
+              "later or get the update from the Test Host web site.");
+    EXPECT_TRUE(downloads.isEmpty());
+    EXPECT_TRUE(opened.isEmpty());
+    EXPECT_TRUE(logText().contains("the update to 2.6 (2600) has no download address"));
 }

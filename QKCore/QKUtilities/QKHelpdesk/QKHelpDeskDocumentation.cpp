@@ -76,16 +76,14 @@ void QKHelpDeskDocumentation::castsDidLoad()
     const QDateTime last =
         QKHelpDeskDates::storedDate(LastDownloadKey, QKHelpDeskDates::referenceDate());
 
-    const QVariant version = docCast.value(QStringLiteral("version"));
-    ui->versionText->setText(version.isValid()
-                                 ? QStringLiteral("The current version of the documentation is %1")
-                                       .arg(version.toString())
-                                 : QString());
+    // Without a value the lines keep their text, so the pane never looks broken.
+    ui->versionText->setText(QStringLiteral("The current version of the documentation is %1")
+                                 .arg(docCast.value(QStringLiteral("version")).toString()));
     ui->publishedText->setText(
-        published.isValid()
-            ? QStringLiteral("Published on %1")
-                  .arg(QKHelpDeskDates::stringWithCalendarFormat(published, PublishedTextFormat))
-            : QString());
+        QStringLiteral("Published on %1")
+            .arg(published.isValid()
+                     ? QKHelpDeskDates::stringWithCalendarFormat(published, PublishedTextFormat)
+                     : QString()));
 
     if (!QKUserDefaults::standardUserDefaults()->boolForKey(NotifyKey) || !published.isValid() ||
         published <= last)

@@ -35,9 +35,9 @@ public:
     /** Sets the notify box from the settings. */
     void awakeFromNib() override;
     /**
-     * Shows the cast's version and publication date (a line stays empty when the cast lacks
-     * its value) and, when notifying is on and the manual was published strictly after the
-     * last download (1 January 2001 when there was none), asks "A documentation update is
+     * Shows the cast's version and publication date (a line keeps its text with an empty
+     * value when the cast lacks it) and, when notifying is on and the manual was published strictly
+     * after the last download (1 January 2001 when there was none), asks "A documentation update is
      * available" with "Help Desk" (which opens this pane) and "Later".
      */
     void castsDidLoad() override;
