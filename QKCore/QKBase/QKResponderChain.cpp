@@ -23,14 +23,14 @@ bool isCallable(const QMetaMethod &method)
     return method.methodType() == QMetaMethod::Slot || method.methodType() == QMetaMethod::Method;
 }
 
-// The best method for the action: one taking the sender beats one taking a value, which
-// beats one taking nothing.
-QMetaMethod searchMethod(const QMetaObject *meta, const QByteArray &action)
+// The best method for the action among those from @p firstIndex on: one taking the sender
+// beats one taking a value, which beats one taking nothing.
+QMetaMethod searchMethod(const QMetaObject *meta, const QByteArray &action, int firstIndex)
 {
     const QByteArray name = methodName(action);
     QMetaMethod best;
     int bestRank = -1;
-    for (int i = meta->methodCount() - 1; i >= 0; --i) {
+    for (int i = meta->methodCount() - 1; i >= firstIndex; --i) {
         const QMetaMethod method = meta->method(i);
         if (!isCallable(method) || method.name() != name || method.parameterCount() > 1)
             continue;
@@ -45,19 +45,29 @@ QMetaMethod searchMethod(const QMetaObject *meta, const QByteArray &action)
     return best;
 }
 
+// QWidget's own slots (showMinimized, close, raise...) act on windows: a widget inside a
+// window does not answer them, so they travel on to the window, as window actions do.
+int firstAnsweringMethod(const QObject *object)
+{
+    const auto *widget = qobject_cast<const QWidget *>(object);
+    return widget && !widget->isWindow() ? QWidget::staticMetaObject.methodCount() : 0;
+}
+
 // Every key press walks the whole chain, so the answer per class and action is kept.
 QMetaMethod findMethod(const QObject *object, const QByteArray &action)
 {
     if (!object)
         return QMetaMethod();
     static QMutex mutex;
-    static QHash<std::pair<const QMetaObject *, QByteArray>, QMetaMethod> cache;
+    using Key = std::pair<std::pair<const QMetaObject *, int>, QByteArray>;
+    static QHash<Key, QMetaMethod> cache;
     const QMetaObject *meta = object->metaObject();
-    const std::pair<const QMetaObject *, QByteArray> key(meta, action);
+    const int firstIndex = firstAnsweringMethod(object);
+    const Key key({meta, firstIndex}, action);
     QMutexLocker lock(&mutex);
     auto found = cache.constFind(key);
     if (found == cache.constEnd())
-        found = cache.insert(key, searchMethod(meta, action));
+        found = cache.insert(key, searchMethod(meta, action, firstIndex));
     return found.value();
 }
 

@@ -18,7 +18,9 @@ class QWidget;
  * An action is named by its selector, colons included ("saveDocument:"). An object responds
  * to it when it has an invokable method (or slot) named by the selector's first keyword
  * taking nothing, one QObject* (the sender) or one value (the argument, e.g. "zoom:" ->
- * zoom(double)). Menu validation is an invokable bool validateMenuItem(QAction*).
+ * zoom(double)). A widget inside a window does not answer QWidget's and QObject's own
+ * slots (showMinimized, close, raise...): window actions go on to the window. Menu
+ * validation is an invokable bool validateMenuItem(QAction*).
  */
 class QKBASE_EXPORT QKResponderChain
 {

@@ -174,11 +174,18 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(window, tr("Keyboard Shortcuts…"), "toggleKeyboardShortcuts:");
 
     QMenu *help = bar->addMenu(tr("Help"));
-    // The help desk finds its pane by the item's title, so these titles are fixed.
-    for (const char *title : {"Documentation", "Tutorials", "Software Update", "Release Notes",
-                              "Debug", "Support", "Online Documentation", "Check for Updates"}) {
-        QKMenus::addItemWithTitle(help, QString::fromLatin1(title), "showHelpDesk:");
-    }
+    // The shortcut registry tells items apart by their action, so each has its own.
+    const std::pair<const char *, const char *> helpDeskItems[] = {
+        {"Documentation", "showDocumentation:"},
+        {"Tutorials", "showTutorials:"},
+        {"Software Update", "showSoftwareUpdate:"},
+        {"Release Notes", "showReleaseNotes:"},
+        {"Debug", "showDebug:"},
+        {"Support", "showSupport:"},
+        {"Online Documentation", "showOnlineDocumentation:"},
+        {"Check for Updates", "checkForUpdates:"}};
+    for (const auto &[title, action] : helpDeskItems)
+        QKMenus::addItemWithTitle(help, QString::fromLatin1(title), action);
     help->addSeparator();
     QKMenus::addItemWithTitle(help, tr("Support Site"), "showSupportSite:");
     QKMenus::addItemWithTitle(help, tr("Online Manuals"), "openManuals:");
@@ -365,9 +372,46 @@ void SoundLabWindow::crashSoundLab(QObject *)
     *g_nowhere = 42;
 }
 
-void SoundLabWindow::showHelpDesk(QObject *sender)
+// The help desk finds its pane, or what to do, by these titles.
+
+void SoundLabWindow::showDocumentation(QObject *)
 {
-    QKHelpDesk::openWindow(sender);
+    QKHelpDesk::openWindow(QStringLiteral("Documentation"));
+}
+
+void SoundLabWindow::showTutorials(QObject *)
+{
+    QKHelpDesk::openWindow(QStringLiteral("Tutorials"));
+}
+
+void SoundLabWindow::showSoftwareUpdate(QObject *)
+{
+    QKHelpDesk::openWindow(QStringLiteral("Software Update"));
+}
+
+void SoundLabWindow::showReleaseNotes(QObject *)
+{
+    QKHelpDesk::openWindow(QStringLiteral("Release Notes"));
+}
+
+void SoundLabWindow::showDebug(QObject *)
+{
+    QKHelpDesk::openWindow(QStringLiteral("Debug"));
+}
+
+void SoundLabWindow::showSupport(QObject *)
+{
+    QKHelpDesk::openWindow(QStringLiteral("Support"));
+}
+
+void SoundLabWindow::showOnlineDocumentation(QObject *)
+{
+    QKHelpDesk::openWindow(QStringLiteral("Online Documentation"));
+}
+
+void SoundLabWindow::checkForUpdates(QObject *)
+{
+    QKHelpDesk::openWindow(QStringLiteral("Check for Updates"));
 }
 
 void SoundLabWindow::updateTransport()

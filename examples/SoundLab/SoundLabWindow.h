@@ -42,8 +42,16 @@ public:
     Q_INVOKABLE void toggleKeyboardShortcuts(QObject *sender);
     Q_INVOKABLE void nudgeLeft(QObject *sender);
     Q_INVOKABLE void nudgeRight(QObject *sender);
-    /** Opens the help desk on the pane (or runs the action) named by the menu item. */
-    Q_INVOKABLE void showHelpDesk(QObject *sender);
+    /** The Help menu's help desk items: each opens the help desk on its pane, or runs the
+     *  help desk's action of that name. */
+    Q_INVOKABLE void showDocumentation(QObject *sender);
+    Q_INVOKABLE void showTutorials(QObject *sender);
+    Q_INVOKABLE void showSoftwareUpdate(QObject *sender);
+    Q_INVOKABLE void showReleaseNotes(QObject *sender);
+    Q_INVOKABLE void showDebug(QObject *sender);
+    Q_INVOKABLE void showSupport(QObject *sender);
+    Q_INVOKABLE void showOnlineDocumentation(QObject *sender);
+    Q_INVOKABLE void checkForUpdates(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
 
     /** The number of tracks in the session. */

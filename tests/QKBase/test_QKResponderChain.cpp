@@ -87,6 +87,23 @@ TEST(QKResponderChain, actionsGoToTheFirstResponderFromTheFocusUpThatHandlesThem
     EXPECT_FALSE(QKResponderChain::sendAction("saveDocument:", new QObject(&window.main), nullptr));
 }
 
+TEST(QKResponderChain, windowActionsPassTheWidgetsInsideToReachTheWindow)
+{
+    Window window;
+    // The widgets' own methods still answer from the focus up; QWidget's go to the window.
+    const std::pair<QByteArray, QObject *> targets[] = {
+        {"selectAll", window.field},     {"undo", window.field},  {"refresh", window.inner},
+        {"showMinimized", &window.main}, {"close", &window.main}, {"raise", &window.main},
+        {"showFullScreen", &window.main}};
+    for (const auto &[action, target] : targets)
+        EXPECT_EQ(QKResponderChain::targetForAction(action), target) << action.constData();
+
+    ASSERT_TRUE(QKResponderChain::sendAction("showMinimized", nullptr, nullptr));
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(window.main.isMinimized());
+    EXPECT_FALSE(window.field->isMinimized());
+}
+
 TEST(QKResponderChain, delegateEndsTheChainAndValidationAsksTheTarget)
 {
     Window window;

@@ -1,5 +1,8 @@
 #include "ShortcutTestHost.h"
 
+#include <QKAboutPanel.h>
+#include <QKSplashScreen.h>
+
 #include <QDialog>
 #include <QFileDialog>
 #include <QListView>
@@ -409,4 +412,20 @@ TEST_F(ShortcutEvents, dialogsKeepTheirKeysUnlessFloating)
     activate(&dialog, button);
     QTest::keyClick(button, Qt::Key_T, Qt::ControlModifier);
     EXPECT_EQ(host.calls.value("newTrack:"), 1);
+}
+
+TEST_F(ShortcutEvents, aboutAndTheSplashScreenAreWindowsNotPanels)
+{
+    QKAboutPanel::setFadeDuration(0);
+    QKSplashScreen::setFadeDuration(0);
+    QKAboutPanel::openPanel();
+    QKSplashScreen::splashScreen()->open();
+    int fired = 0;
+    for (QWidget *window :
+         {QKAboutPanel::aboutPanel()->window(), QKSplashScreen::splashScreen()->window()}) {
+        ASSERT_TRUE(window->isVisible());
+        QApplication::setActiveWindow(window);
+        QTest::keyClick(window->windowHandle(), Qt::Key_T, Qt::ControlModifier);
+        EXPECT_EQ(host.calls.value("newTrack:"), ++fired) << qPrintable(window->objectName());
+    }
 }

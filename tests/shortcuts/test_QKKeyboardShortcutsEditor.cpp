@@ -6,6 +6,7 @@
 #include <QColor>
 #include <QLabel>
 #include <QPushButton>
+#include <QTimer>
 
 using namespace ShortcutTestHost;
 
@@ -101,7 +102,7 @@ TEST(QKKeyboardShortcutsEditor, opensAtTheRegisteredFrameAndRemembersTogglesAndM
     QKKeyboardShortcuts::togglePanel();
     EXPECT_TRUE(panel->isVisible());
 
-    // Moves are stored; a resize waits for the next move.
+    // Moves are stored, and so are resizes that keep the top-left corner.
     const auto stored = [] {
         return QKPanelFrame::toScreenGeometry(
             NSRectFromString(defaults()->stringForKey(QKKeyboardShortcuts::FrameKey)));
@@ -111,7 +112,30 @@ TEST(QKKeyboardShortcutsEditor, opensAtTheRegisteredFrameAndRemembersTogglesAndM
     EXPECT_EQ(stored(), QRect(40, 60, 400, 300));
     panel->resize(420, 300);
     QCoreApplication::processEvents();
-    EXPECT_EQ(stored(), QRect(40, 60, 400, 300));
+    EXPECT_EQ(stored(), QRect(40, 60, 420, 300));
+}
+
+TEST(QKKeyboardShortcutsEditor, quittingWithThePanelOpenShowsItAgainAtTheNextLaunch)
+{
+    QRect geometry;
+    {
+        Editor host;
+        QWidget *panel = host.editor->panel();
+        panel->resize(700, 800);
+        QCoreApplication::processEvents();
+        geometry = panel->geometry();
+        // Qt closes every window when the application quits.
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        QCoreApplication::exec();
+        EXPECT_FALSE(host.window.isVisible());
+        EXPECT_EQ(registry()->editor(), nullptr);
+    }
+    QKUserDefaults::resetStandardUserDefaults();
+    QKKeyboardShortcuts::loadShortcuts();
+    QWidget *panel = registry()->editor()->panel();
+    EXPECT_TRUE(panel->isVisible());
+    EXPECT_EQ(panel->geometry(), geometry);
+    EXPECT_EQ(geometry.size(), QSize(700, 800));
 }
 
 // A stored frame, and where a closed panel ends up: widened to 375, or a fixed place for a

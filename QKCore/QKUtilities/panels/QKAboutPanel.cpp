@@ -63,7 +63,8 @@ QString extractedResource(const QString &resourcePath)
 
 struct QKAboutPanel::Private
 {
-    QKFadingWindow fading{Qt::Dialog, QStringLiteral("QKAboutPanel")};
+    // A plain window, not a dialog: dialogs keep their keys from the shortcuts.
+    QKFadingWindow fading{Qt::Window, QStringLiteral("QKAboutPanel")};
     QKAboutPanelContentView *view = nullptr;
     Ui::QKAboutPanel ui;
 };

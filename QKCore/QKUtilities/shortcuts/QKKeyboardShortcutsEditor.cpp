@@ -17,6 +17,9 @@
 #include <QKeyEvent>
 #include <QPointer>
 #include <QSet>
+#include <QTimer>
+
+#include <functional>
 
 namespace {
 
@@ -33,6 +36,28 @@ QString folded(const QString &text)
     return result.toCaseFolded();
 }
 
+// Sees the application's quit event before Qt closes every window for it.
+class QuitWatcher : public QObject
+{
+public:
+    QuitWatcher(QObject *parent, std::function<void()> quitting)
+        : QObject(parent), m_quitting(std::move(quitting))
+    {
+        QCoreApplication::instance()->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (watched == QCoreApplication::instance() && event->type() == QEvent::Quit)
+            m_quitting();
+        return false;
+    }
+
+private:
+    std::function<void()> m_quitting;
+};
+
 const QRectF FallbackFrame(613, 97, 375, 259);
 constexpr qreal MinimumWidth = 375;
 
@@ -47,6 +72,8 @@ struct QKKeyboardShortcutsEditor::Private
     QKShortcutsModel *model = nullptr;
     QPointer<QKShortcut> editingShortcut;
     QKShortcutKey editingKey;
+    // Qt closes every window when the application quits; that close is not the user's.
+    bool quitting = false;
 };
 
 QKKeyboardShortcutsEditor::QKKeyboardShortcutsEditor(QKKeyboardShortcuts *owner)
@@ -111,6 +138,14 @@ void QKKeyboardShortcutsEditor::awakeFromNib()
     d->panel->setGeometry(QKPanelFrame::toScreenGeometry(frame));
     d->panel->installEventFilter(this);
     d->sheet->installEventFilter(this);
+    if (QCoreApplication::instance()) {
+        // Windows close within the delivery of the quit event; should a window refuse and
+        // the application go on, closes count again from the next pass of the event loop.
+        new QuitWatcher(this, [this] {
+            d->quitting = true;
+            QTimer::singleShot(0, this, [this] { d->quitting = false; });
+        });
+    }
     if (defaults->boolForKey(QKKeyboardShortcuts::OpenKey))
         _openPanel();
 }
@@ -375,9 +410,10 @@ void QKKeyboardShortcutsEditor::windowWillClose()
 bool QKKeyboardShortcutsEditor::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == d->panel.get()) {
-        if (event->type() == QEvent::Move)
+        // The frame's origin is its bottom-left corner, so a resize moves it as well.
+        if (event->type() == QEvent::Move || event->type() == QEvent::Resize)
             windowDidMove();
-        else if (event->type() == QEvent::Close)
+        else if (event->type() == QEvent::Close && !d->quitting)
             windowWillClose();
     } else if (watched == d->sheet && event->type() == QEvent::Close) {
         // Closing the sheet's window is a Cancel.

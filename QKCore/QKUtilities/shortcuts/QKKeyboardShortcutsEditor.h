@@ -28,6 +28,10 @@ class QWidget;
  * Panel and sheet are floating utility windows (Qt::Tool), so the registry's key filter
  * lets their keys through: while the sheet is shown, every key press and modifier change
  * comes to doSetShortcut().
+ *
+ * The panel's frame is stored whenever it moves or is resized, and whether it is open
+ * whenever the user opens or closes it; the closing of every window at quit leaves it open
+ * for the next launch.
  */
 class QKUTILITIES_EXPORT QKKeyboardShortcutsEditor : public QObject
 {
