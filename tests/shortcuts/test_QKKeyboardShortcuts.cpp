@@ -114,7 +114,7 @@ TEST(QKKeyboardShortcuts, missingOrMalformedResourceGivesNoGroups)
     const QByteArray broken[] = {
         QByteArray(), "<?xml version=\"1.0\"?><plist><array><dict><key>name",
         "<plist version=\"1.0\"><dict><key>name</key><string>File</string></dict></plist>",
-        QByteArray("\x00\x01 not a property list", 24)};
+        QByteArrayLiteral("\x00\x01 not a property list")};
     for (const QByteArray &contents : broken) {
         SCOPED_TRACE(contents.toStdString());
         loadBundle();
