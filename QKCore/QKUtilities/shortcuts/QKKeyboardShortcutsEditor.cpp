@@ -257,7 +257,7 @@ void QKKeyboardShortcutsEditor::editShortcut(const QModelIndex &row)
             .arg(shortcut->name()));
     d->ui.setShortcutOutroText->clear();
     d->editingKey = shortcut->key()->copy();
-    d->ui.shortcutText->setText(d->editingKey.displayText());
+    d->ui.shortcutText->setText(d->editingKey.displayString());
     d->ui.clearButton->setEnabled(!d->editingKey.isClear());
     showSheet();
 }
@@ -292,7 +292,7 @@ void QKKeyboardShortcutsEditor::doSetShortcut(QEvent *event)
     if (flagsChanged) {
         d->ui.clearButton->setText(optionDown ? tr("Clear Other") : tr("Clear"));
     } else {
-        d->ui.shortcutText->setText(d->editingKey.displayText());
+        d->ui.shortcutText->setText(d->editingKey.displayString());
         if (d->editingKey.isReserved()) {
             d->ui.setShortcutOutroText->setText(tr("Sorry, that key combination is reserved."));
             d->ui.okButton->setEnabled(false);
