@@ -240,6 +240,13 @@ TEST(QKKeyboardShortcutsEditor, sheetOpensForShortcutsAndWarnsAboutConflicts)
         EXPECT_EQ(host.editor->okButton()->isEnabled(), message.isEmpty()) << message.toStdString();
     }
     EXPECT_EQ(host.keyLabel(), u"Meta+Shift+F5"_s);
+    // Keys without a character are not captured: the sheet keeps the last key.
+    QTest::sendKeyEvent(QTest::Click, host.sheet()->windowHandle(), Qt::Key_VolumeUp, QString(),
+                        Qt::NoModifier);
+    QTest::sendKeyEvent(QTest::Click, host.sheet()->windowHandle(), Qt::Key_Dead_Acute, u"\u00B4"_s,
+                        Qt::ControlModifier);
+    EXPECT_EQ(host.keyLabel(), u"Meta+Shift+F5"_s);
+    EXPECT_TRUE(host.editor->okButton()->isEnabled());
     // Nothing fired while capturing.
     EXPECT_EQ(host.window.totalCalls(), 0);
     host.editor->confirmSetShortcut(host.editor->okButton());

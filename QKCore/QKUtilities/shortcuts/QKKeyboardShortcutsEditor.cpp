@@ -280,8 +280,13 @@ void QKKeyboardShortcutsEditor::doSetShortcut(QEvent *event)
     if ((!keyDown && !flagsChanged) || !d->editingShortcut)
         return;
     const auto *keyEvent = static_cast<const QKeyEvent *>(event);
-    if (keyDown)
-        d->editingKey.setFromEvent(keyEvent);
+    if (keyDown) {
+        const QKShortcutKey typed = QKShortcutKey::shortcutKeyForEvent(keyEvent);
+        // A key without a character cannot be bound; the sheet keeps what it shows.
+        if (typed.isClear())
+            return;
+        d->editingKey = typed;
+    }
 
     QKShortcut *holder = nullptr;
     if (!d->editingKey.isEqualToShortcutKey(*d->editingShortcut->key()))
