@@ -15,12 +15,27 @@ constexpr SpecialKey SpecialKeys[] = {
     {Qt::Key_Down, QKEvents::DownArrowFunctionKey},
     {Qt::Key_Left, QKEvents::LeftArrowFunctionKey},
     {Qt::Key_Right, QKEvents::RightArrowFunctionKey},
+    {Qt::Key_Insert, QKEvents::InsertFunctionKey},
     {Qt::Key_Delete, QKEvents::DeleteFunctionKey},
     {Qt::Key_Home, QKEvents::HomeFunctionKey},
     {Qt::Key_End, QKEvents::EndFunctionKey},
     {Qt::Key_PageUp, QKEvents::PageUpFunctionKey},
     {Qt::Key_PageDown, QKEvents::PageDownFunctionKey},
+    {Qt::Key_Print, QKEvents::PrintScreenFunctionKey},
+    {Qt::Key_ScrollLock, QKEvents::ScrollLockFunctionKey},
+    {Qt::Key_Pause, QKEvents::PauseFunctionKey},
+    {Qt::Key_SysReq, QKEvents::SysReqFunctionKey},
+    {Qt::Key_Stop, QKEvents::StopFunctionKey},
+    {Qt::Key_Menu, QKEvents::MenuFunctionKey},
+    {Qt::Key_Printer, QKEvents::PrintFunctionKey},
     {Qt::Key_Clear, QKEvents::ClearLineFunctionKey},
+    {Qt::Key_Select, QKEvents::SelectFunctionKey},
+    {Qt::Key_Execute, QKEvents::ExecuteFunctionKey},
+    {Qt::Key_Undo, QKEvents::UndoFunctionKey},
+    {Qt::Key_Redo, QKEvents::RedoFunctionKey},
+    {Qt::Key_Find, QKEvents::FindFunctionKey},
+    {Qt::Key_Help, QKEvents::HelpFunctionKey},
+    {Qt::Key_Mode_switch, QKEvents::ModeSwitchFunctionKey},
     {Qt::Key_Enter, 0x03},
     {Qt::Key_Return, 0x0D},
     {Qt::Key_Tab, 0x09},
@@ -29,7 +44,11 @@ constexpr SpecialKey SpecialKeys[] = {
     {Qt::Key_Backspace, 0x7F},
     {Qt::Key_Space, 0x20},
 };
-constexpr int FunctionKeyCount = Qt::Key_F35 - Qt::Key_F1 + 1;
+
+bool isFunctionKeyRange(char16_t character)
+{
+    return character >= 0xF700 && character <= 0xF8FF;
+}
 
 } // namespace
 
@@ -41,6 +60,10 @@ char16_t QKEvents::characterForKey(int qtKey, const QString &text)
     }
     if (qtKey >= Qt::Key_F1 && qtKey <= Qt::Key_F35)
         return char16_t(F1FunctionKey + (qtKey - Qt::Key_F1));
+    // Whatever text the rest of Qt's own keys carry (a dead key's accent, say), a character
+    // of 0 keeps them from posing as a printable key.
+    if (qtKey >= Qt::Key_Escape)
+        return 0;
     // Qt names printable keys by their (upper-case) Latin-1 code, whatever the modifiers,
     // which is the character ignoring modifiers that shortcuts compare.
     if (qtKey >= 'A' && qtKey <= 'Z')
@@ -51,11 +74,13 @@ char16_t QKEvents::characterForKey(int qtKey, const QString &text)
         return char16_t(!text.isEmpty() && text.at(0).isUpper() ? qtKey : qtKey + 0x20);
     if (qtKey > 0x20 && qtKey <= 0xFF)
         return char16_t(qtKey);
-    if (qtKey >= Qt::Key_Shift && qtKey <= Qt::Key_ScrollLock)
-        return 0;
+    char16_t character = 0;
     if (!text.isEmpty() && text.at(0).unicode() >= 0x20)
-        return text.at(0).unicode();
-    return qtKey > 0 && qtKey < 0xFFFF ? char16_t(qtKey) : 0;
+        character = text.at(0).unicode();
+    else if (qtKey > 0 && qtKey < 0xFFFF)
+        character = char16_t(qtKey);
+    // Text never stands for a function key.
+    return isFunctionKeyRange(character) ? 0 : character;
 }
 
 int QKEvents::keyForCharacter(char16_t character)
@@ -64,11 +89,18 @@ int QKEvents::keyForCharacter(char16_t character)
         if (key.character == character)
             return key.qtKey;
     }
-    if (character >= F1FunctionKey && character < F1FunctionKey + FunctionKeyCount)
+    if (character >= F1FunctionKey && character <= F35FunctionKey)
         return Qt::Key_F1 + (character - F1FunctionKey);
-    if (character < 0x20 || (character >= 0xF700 && character <= 0xF8FF))
+    if (character < 0x20 || isFunctionKeyRange(character))
         return 0;
-    // Qt names printable keys by their upper-case code.
+    // Qt names letters by their capital; in Latin-1 only where the capital is Latin-1 too
+    // (not "ÿ" or "µ").
+    if (character >= u'a' && character <= u'z')
+        return character - 0x20;
+    if (character >= 0xE0 && character <= 0xFE && character != 0xF7)
+        return character - 0x20;
+    if (character <= 0xFF)
+        return character;
     return QChar(character).toUpper().unicode();
 }
 

@@ -30,16 +30,33 @@ public:
         LeftArrowFunctionKey = 0xF702,
         RightArrowFunctionKey = 0xF703,
         F1FunctionKey = 0xF704,
+        F35FunctionKey = 0xF726,
+        InsertFunctionKey = 0xF727,
         DeleteFunctionKey = 0xF728,
         HomeFunctionKey = 0xF729,
         EndFunctionKey = 0xF72B,
         PageUpFunctionKey = 0xF72C,
         PageDownFunctionKey = 0xF72D,
+        PrintScreenFunctionKey = 0xF72E,
+        ScrollLockFunctionKey = 0xF72F,
+        PauseFunctionKey = 0xF730,
+        SysReqFunctionKey = 0xF731,
+        StopFunctionKey = 0xF734,
+        MenuFunctionKey = 0xF735,
+        PrintFunctionKey = 0xF738,
         ClearLineFunctionKey = 0xF739,
+        SelectFunctionKey = 0xF741,
+        ExecuteFunctionKey = 0xF742,
+        UndoFunctionKey = 0xF743,
+        RedoFunctionKey = 0xF744,
+        FindFunctionKey = 0xF745,
+        HelpFunctionKey = 0xF746,
+        ModeSwitchFunctionKey = 0xF747,
     };
 
     /** The key's character ignoring modifiers (Shift still chooses the symbol); 0 when the
-     *  key has none (a bare modifier key). */
+     *  key has none: modifier, media and dead keys, and every other key of Qt's own range
+     *  (0x01000000 and up) without a function-key code, whatever text it carries. */
     static char16_t characterForKey(int qtKey, const QString &text);
     static char16_t characterForKeyEvent(const QKeyEvent *event);
     /** The Qt key that types @p character, the reverse of characterForKey(); 0 for none. */

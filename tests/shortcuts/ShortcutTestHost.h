@@ -57,11 +57,11 @@ inline QVariantMap shortcutState(const QString &name, const QByteArray &action, 
 
 /**
  * data/shortcuts.xml, the default list most tests use:
- * - "File" (menu): "New Track" newTrack: ⌘T, "Export>As Text" exportText: ⇧⌘E (tag 7),
- *   "Delete Track" deleteTrack: ⌘⌫;
- * - "Edit" (menu): "Résumé" showResume: ⌘R, "Undo Change" undoChange: ⌘Z;
- * - "Nudge" (no menu): "Nudge Left" nudgeLeft: ←, "Nudge Right" nudgeRight: → (no repeats,
- *   tag 5), "Unbound" unbound: no key, "Play" play: space.
+ * - "File" (menu): "New Track" newTrack: Ctrl+T, "Export>As Text" exportText: Ctrl+Shift+E
+ *   (tag 7), "Delete Track" deleteTrack: Ctrl+Backspace;
+ * - "Edit" (menu): "Résumé" showResume: Ctrl+R, "Undo Change" undoChange: Ctrl+Z;
+ * - "Nudge" (no menu): "Nudge Left" nudgeLeft: Left, "Nudge Right" nudgeRight: Right (no
+ *   repeats, tag 5), "Unbound" unbound: no key, "Play" play: Space.
  */
 inline QByteArray defaultResource()
 {

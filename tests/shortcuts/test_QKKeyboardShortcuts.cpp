@@ -1,6 +1,8 @@
 #include "ShortcutTestHost.h"
 
 #include <QKAboutPanel.h>
+#include <QKEvents.h>
+#include <QKKeyboardShortcutsExtensions.h>
 #include <QKSplashScreen.h>
 
 #include <QDialog>
@@ -280,6 +282,35 @@ TEST_F(ShortcutEvents, consumedShortcutFiresOnceOnEveryDeliveryPath)
     sendKey(host.table, Qt::Key_J, Qt::ControlModifier);
     EXPECT_EQ(spy.presses(), 2);
     EXPECT_EQ(host.totalCalls(), 3);
+}
+
+TEST_F(ShortcutEvents, keysWithoutACharacterNeverFireNotEvenClearedShortcuts)
+{
+    // Clear keys that such a press would equal: "Unbound" has none (and, a plain shortcut,
+    // consumes a key even though nobody takes its action), Play none with Command.
+    registry()->shortcutWithAction("play:")->setKey(QKShortcutKey(0, Command));
+    KeySpy spy(host.table);
+    const QMetaEnum keys = QMetaEnum::fromType<Qt::Key>();
+    int sent = 0;
+    for (int index = 0; index < keys.keyCount(); ++index) {
+        const auto key = Qt::Key(keys.value(index));
+        const QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
+        if (QKEvents::characterForKey(key, QString()) != 0 ||
+            QKKeyboardShortcutsExtensions::isFlagsChanged(&press))
+            continue;
+        for (Qt::KeyboardModifier modifier : {Qt::NoModifier, Qt::ControlModifier}) {
+            sendKey(host.table, key, modifier);
+            ++sent;
+        }
+    }
+    EXPECT_GT(sent, 300);
+    EXPECT_EQ(spy.presses(), sent);
+    EXPECT_EQ(host.totalCalls(), 0);
+
+    // Keys with a function-key code are keys like any other.
+    registry()->shortcutWithAction("play:")->setKey(QKShortcutKey(0xF727, 0));
+    QTest::keyClick(host.table, Qt::Key_Insert);
+    EXPECT_EQ(host.calls.value("play:"), 1);
 }
 
 TEST_F(ShortcutEvents, shortcutsThatCannotFireLetTheKeyPass)

@@ -222,7 +222,11 @@ bool QKKeyboardShortcuts::doShortcut(QEvent *event)
     if (!QKKeyboardShortcutsExtensions::isKeyDown(event))
         return false;
     const auto *keyEvent = static_cast<const QKeyEvent *>(event);
-    QKShortcut *shortcut = shortcutWithKey(QKShortcutKey::shortcutKeyForEvent(keyEvent));
+    const QKShortcutKey key = QKShortcutKey::shortcutKeyForEvent(keyEvent);
+    // A key without a character (a media or dead key) is not the key of a cleared shortcut.
+    if (key.isClear())
+        return false;
+    QKShortcut *shortcut = shortcutWithKey(key);
     return shortcut && shortcut->perform(keyEvent);
 }
 

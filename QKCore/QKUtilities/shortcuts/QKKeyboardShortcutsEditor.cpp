@@ -292,7 +292,7 @@ void QKKeyboardShortcutsEditor::editShortcut(const QModelIndex &row)
             .arg(shortcut->name()));
     d->ui.setShortcutOutroText->clear();
     d->editingKey = shortcut->key()->copy();
-    d->ui.shortcutText->setText(d->editingKey.displayText());
+    d->ui.shortcutText->setText(d->editingKey.displayString());
     d->ui.clearButton->setEnabled(!d->editingKey.isClear());
     showSheet();
 }
@@ -315,8 +315,13 @@ void QKKeyboardShortcutsEditor::doSetShortcut(QEvent *event)
     if ((!keyDown && !flagsChanged) || !d->editingShortcut)
         return;
     const auto *keyEvent = static_cast<const QKeyEvent *>(event);
-    if (keyDown)
-        d->editingKey.setFromEvent(keyEvent);
+    if (keyDown) {
+        const QKShortcutKey typed = QKShortcutKey::shortcutKeyForEvent(keyEvent);
+        // A key without a character cannot be bound; the sheet keeps what it shows.
+        if (typed.isClear())
+            return;
+        d->editingKey = typed;
+    }
 
     QKShortcut *holder = nullptr;
     if (!d->editingKey.isEqualToShortcutKey(*d->editingShortcut->key()))
@@ -327,7 +332,7 @@ void QKKeyboardShortcutsEditor::doSetShortcut(QEvent *event)
     if (flagsChanged) {
         d->ui.clearButton->setText(optionDown ? tr("Clear Other") : tr("Clear"));
     } else {
-        d->ui.shortcutText->setText(d->editingKey.displayText());
+        d->ui.shortcutText->setText(d->editingKey.displayString());
         if (d->editingKey.isReserved()) {
             d->ui.setShortcutOutroText->setText(tr("Sorry, that key combination is reserved."));
             d->ui.okButton->setEnabled(false);

@@ -42,52 +42,20 @@ constexpr ReservedKey ReservedKeys[] = {
     {u'h', M},       {u'h', M | O},
 };
 
-QString keyText(char16_t character, quint32 modifiers)
+Qt::KeyboardModifiers qtModifiers(quint32 modifiers)
 {
-    switch (character) {
-    case 0xF700:
-        return QStringLiteral("\u2191");
-    case 0xF701:
-        return QStringLiteral("\u2193");
-    case 0xF702:
-        return QStringLiteral("\u2190");
-    case 0xF703:
-        return QStringLiteral("\u2192");
-    case 0xF728:
-        return QStringLiteral("\u2326");
-    case 0xF729:
-        return QStringLiteral("\u21F1");
-    case 0xF72B:
-        return QStringLiteral("\u21F2");
-    case 0xF72C:
-        return QStringLiteral("\u21DE");
-    case 0xF72D:
-        return QStringLiteral("\u21DF");
-    case 0xF739:
-        return QStringLiteral("\u2327");
-    case 0x03:
-        return QStringLiteral("\u2324");
-    case 0x09:
-    case 0x19:
-        return QStringLiteral("\u21E5");
-    case 0x0D:
-        return QStringLiteral("\u23CE");
-    case 0x1B:
-        return QStringLiteral("\u238B");
-    case 0x7F:
-        return QStringLiteral("\u232B");
-    case 0x20:
-        return QStringLiteral("[space]");
-    default:
-        break;
-    }
-    if (character >= 0xF704 && character <= 0xF712)
-        return QStringLiteral("F%1").arg(int(character) - 0xF703);
-    const char16_t upper = character >= u'a' && character <= u'z' ? character - 0x20 : character;
-    const QString text{QChar(upper)};
+    Qt::KeyboardModifiers qt;
+    if (modifiers & QKShortcutKey::Command)
+        qt |= Qt::ControlModifier;
+    if (modifiers & QKShortcutKey::Control)
+        qt |= Qt::MetaModifier;
+    if (modifiers & QKShortcutKey::Option)
+        qt |= Qt::AltModifier;
+    if (modifiers & QKShortcutKey::Shift)
+        qt |= Qt::ShiftModifier;
     if (modifiers & QKShortcutKey::NumericPad)
-        return QLatin1Char('[') + text + QLatin1Char(']');
-    return text;
+        qt |= Qt::KeypadModifier;
+    return qt;
 }
 
 } // namespace
@@ -181,18 +149,12 @@ QString QKShortcutKey::displayString() const
 {
     if (m_character == 0)
         return QString();
-    // An absent modifier keeps its slot as U+0000, which renders as nothing.
-    QString text;
-    text += QChar(m_modifiers & Control ? 0x2303 : 0);
-    text += QChar(m_modifiers & Option ? 0x2325 : 0);
-    text += QChar(m_modifiers & Shift ? 0x21E7 : 0);
-    text += QChar(m_modifiers & Command ? 0x2318 : 0);
-    return text + keyText(m_character, m_modifiers);
-}
-
-QString QKShortcutKey::displayText() const
-{
-    return displayString().remove(QChar(0));
+    int key = QKEvents::keyForCharacter(m_character);
+    // Only a stored key can hold a character that no Qt key types; it reads as itself.
+    if (key == 0)
+        key = QChar(m_character).toUpper().unicode();
+    return QKeySequence(QKeyCombination(qtModifiers(m_modifiers), Qt::Key(key)))
+        .toString(QKeySequence::NativeText);
 }
 
 QKeySequence QKShortcutKey::keySequence() const
@@ -200,18 +162,7 @@ QKeySequence QKShortcutKey::keySequence() const
     const int key = QKEvents::keyForCharacter(m_character);
     if (m_character == 0 || key == 0)
         return QKeySequence();
-    Qt::KeyboardModifiers modifiers;
-    if (m_modifiers & Command)
-        modifiers |= Qt::ControlModifier;
-    if (m_modifiers & Control)
-        modifiers |= Qt::MetaModifier;
-    if (m_modifiers & Option)
-        modifiers |= Qt::AltModifier;
-    if (m_modifiers & Shift)
-        modifiers |= Qt::ShiftModifier;
-    if (m_modifiers & NumericPad)
-        modifiers |= Qt::KeypadModifier;
-    return QKeySequence(QKeyCombination(modifiers, Qt::Key(key)));
+    return QKeySequence(QKeyCombination(qtModifiers(m_modifiers), Qt::Key(key)));
 }
 
 void QKShortcutKey::changed()

@@ -69,12 +69,10 @@ public:
     /** True for the combinations the desktop or the toolkit keep for themselves. */
     bool isReserved() const;
 
-    /** The modifier glyphs (⌃⌥⇧⌘, each absent one as a U+0000 placeholder) followed by the key
-     *  text; empty when the key is clear. */
+    /** The key as the desktop's menus show it, Qt's native key-sequence text ("Ctrl+Shift+B",
+     *  "Num+5", "Home"): the same text as the menu item of keySequence(). Empty when the key is
+     *  clear. */
     QString displayString() const;
-    /** displayString() as shown on screen: without the U+0000 placeholders, which Qt would
-     *  draw as boxes. */
-    QString displayText() const;
 
     /** The Qt key combination that shows this key in a menu; empty when the key is clear or
      *  has no Qt key. */

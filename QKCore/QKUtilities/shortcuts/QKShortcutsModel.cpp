@@ -140,9 +140,7 @@ QVariant QKShortcutsModel::shortcutData(const QKShortcut *shortcut, int column, 
             return shortcut->name();
         return QVariant();
     case ShortcutColumn:
-        if (role == Qt::DisplayRole)
-            return shortcut->key()->displayText();
-        if (role == ObjectValueRole)
+        if (role == Qt::DisplayRole || role == ObjectValueRole)
             return shortcut->key()->displayString();
         if (role == Qt::ForegroundRole)
             return QColor(shortcut->enabled() ? Qt::black : Qt::lightGray);
