@@ -78,17 +78,23 @@ TEST(QKMeterController, metersChangingTheListDuringInputTakeEffectNextTime)
     EXPECT_EQ(heard(1), QStringList({"first=1"}));
     EXPECT_EQ(heard(2), QStringList({"first=2", "late=2"}));
 
-    // A meter that unregisters itself finishes its input; the controller owned it.
-    std::weak_ptr<QKMeter> leaving;
+    // A meter that unregisters itself, or a later one, finishes the round; the controller
+    // owned it, and the meters after it still hear this measurement.
+    std::weak_ptr<QKMeter> leaving, follower;
     bool aliveAfterRemoval = false;
     controller()->addMeter(meter(u"leaving"_s, [&] {
         controller()->removeMeter(leaving.lock().get());
+        controller()->removeMeter(follower.lock().get());
         aliveAfterRemoval = !leaving.expired();
     }));
     leaving = controller()->meters().last();
-    EXPECT_EQ(heard(3), QStringList({"first=3", "late=3", "leaving=3"}));
+    controller()->addMeter(meter(u"follower"_s));
+    follower = controller()->meters().last();
+    controller()->addMeter(meter(u"last"_s));
+    EXPECT_EQ(heard(3), QStringList({"first=3", "late=3", "leaving=3", "follower=3", "last=3"}));
     EXPECT_TRUE(aliveAfterRemoval);
-    EXPECT_TRUE(leaving.expired());
+    EXPECT_TRUE(leaving.expired() && follower.expired());
+    EXPECT_EQ(heard(4), QStringList({"first=4", "late=4", "last=4"}));
 
     // Disposing releases the meters still registered; the next controller starts empty.
     const std::weak_ptr<Meter> owned = late;

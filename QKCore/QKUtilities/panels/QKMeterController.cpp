@@ -59,12 +59,9 @@ QList<std::shared_ptr<QKMeter>> QKMeterController::meters() const
 
 void QKMeterController::input(const QVariant &measurement)
 {
-    // The count is read once, so a meter that registers another one from inside input()
-    // does not make it hear the measurement being handed out.
-    const qsizetype count = m_meters.size();
-    for (qsizetype i = 0; i < count && i < m_meters.size(); ++i) {
-        // Held for the call: a meter that unregisters itself stays alive until it returns.
-        const std::shared_ptr<QKMeter> meter = m_meters.at(i);
+    // A shared copy of the list, so that meters registering or unregistering meters from
+    // inside input() change the next round, never this one. The copy detaches only then.
+    const QList<std::shared_ptr<QKMeter>> round = m_meters;
+    for (const std::shared_ptr<QKMeter> &meter : round)
         meter->input(measurement);
-    }
 }

@@ -37,9 +37,8 @@ public:
     /** The registered meters, in registration order. */
     QList<std::shared_ptr<QKMeter>> meters() const;
 
-    /** Sends @p measurement to every meter registered when the call began. A meter added
-     *  from inside a meter's input() first hears the next measurement. Meters must not
-     *  remove meters from inside input(): later meters of that round may miss it. */
+    /** Sends @p measurement to every meter registered when the call began. Meters added or
+     *  removed from inside a meter's input() take effect with the next measurement. */
     void input(const QVariant &measurement);
 
 private:
