@@ -245,9 +245,10 @@ TEST(QKCrashReporter, installPreparesTheFolderButWritesNothingUntilACrash)
 TEST(QKCrashReporter, crashLogPathsTakeEveryEntryThatBeginsWithTheName)
 {
     const QDir folder(crashFolder());
-    for (const char *name : {"Foo_2026-11-20-101010.crash", "Bar_2026-11-21-090000.crash",
-                             "Foo Pro_2026-11-21-090000.crash", "foo_2026-11-21-090000.crash",
-                             "My Foo_2026-11-21-090000.crash", ".Foo_hidden.crash"}) {
+    for (const char *name :
+         {"Foo_2026-11-20-101010.crash", "Bar_2026-11-21-090000.crash",
+          "Foo Pro_2026-11-21-090000.crash", "foo_2026-11-21-090000.crash",
+          "My Foo_2026-11-21-090000.crash", ".Foo_hidden.crash", "AC-DC_2026-11-22-080000.crash"}) {
         ASSERT_TRUE(QKTestEnvironment::writeAll(folder.filePath(QString::fromUtf8(name)), "log"));
     }
     ASSERT_TRUE(folder.mkdir(u"Foo crashes"_s));
@@ -258,4 +259,7 @@ TEST(QKCrashReporter, crashLogPathsTakeEveryEntryThatBeginsWithTheName)
               QStringList({folder.filePath(u"Foo Pro_2026-11-21-090000.crash"_s),
                            folder.filePath(u"Foo crashes"_s),
                            folder.filePath(u"Foo_2026-11-20-101010.crash"_s)}));
+    // The slash of a name stands as the dash the log's name was written with.
+    EXPECT_EQ(QKCrashReporter::crashLogPaths(u"AC/DC"_s),
+              QStringList({folder.filePath(u"AC-DC_2026-11-22-080000.crash"_s)}));
 }

@@ -349,6 +349,13 @@ QByteArray reportHeader()
         .toUtf8();
 }
 
+// The start of the file name of an application's crash logs, one rule for writing and
+// finding them: a slash in the name would point the log into another folder.
+QString crashLogFileStem(QString applicationName)
+{
+    return applicationName.replace(QLatin1Char('/'), QLatin1Char('-'));
+}
+
 void logWarning(const QString &message)
 {
     QKApplicationLog::sharedLog()->warning(
@@ -358,9 +365,7 @@ void logWarning(const QString &message)
 bool prepareState()
 {
     const QString folder = QKCrashReporter::crashReporterFolder();
-    // A slash in the name would point the log into another folder.
-    const QString prefix =
-        QKApplication::currentName().replace(QLatin1Char('/'), QLatin1Char('-')) + QLatin1Char('_');
+    const QString prefix = crashLogFileStem(QKApplication::currentName()) + QLatin1Char('_');
     if (!copyText(state.folder, QFile::encodeName(folder)) ||
         !copyText(state.pathPrefix, QFile::encodeName(QDir(folder).filePath(prefix)),
                   FileNameDateLength) ||
@@ -439,12 +444,13 @@ QString QKCrashReporter::crashReporterFolder()
 QStringList QKCrashReporter::crashLogPaths(const QString &applicationName)
 {
     QStringList paths;
+    const QString stem = crashLogFileStem(applicationName);
     // The per-user folder is where install() writes.
     for (const QString &folder :
          {crashReporterFolder(), QStringLiteral("/Library/Logs/CrashReporter")}) {
         const QDir directory(folder);
         for (const QString &name : QKFile::contentsOfDirectoryAtPath(folder)) {
-            if (name.startsWith(applicationName))
+            if (name.startsWith(stem))
                 paths << directory.filePath(name);
         }
     }

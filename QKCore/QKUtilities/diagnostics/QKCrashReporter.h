@@ -57,7 +57,8 @@ public:
      * Every crash log of the application named @p applicationName: the entries of the
      * per-user folder "~/Library/Logs/CrashReporter/", then of the system folder
      * "/Library/Logs/CrashReporter/", in listing order, whose name begins with
-     * @p applicationName (case-sensitive, so "Foo Pro_..." counts for "Foo"). No date filter,
+     * @p applicationName (case-sensitive, so "Foo Pro_..." counts for "Foo"; a "/" in the name
+     * stands as "-", as in the names install() writes). No date filter,
      * no sorting and no limit. A missing or unreadable folder adds nothing; empty when
      * nothing matches.
      */
