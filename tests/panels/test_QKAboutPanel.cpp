@@ -3,19 +3,24 @@
 #include "QKTestEnvironment.h"
 
 #include <QKAboutPanel.h>
+#include <QKAlert.h>
 #include <QKBundle.h>
 #include <QKPropertyList.h>
 #include <QKWorkspace.h>
 
 #include <QAbstractButton>
+#include <QApplication>
 #include <QFile>
 #include <QLabel>
 #include <QLibraryInfo>
+#include <QMessageBox>
+#include <QPointer>
 #include <QProcess>
 #include <QResource>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
+#include <QTimer>
 #include <QUrl>
 
 #include <gtest/gtest.h>
@@ -172,6 +177,25 @@ TEST_F(QKAboutPanelTest, clickOnTheBackgroundClosesAndFadesKeepTheWindow)
     EXPECT_TRUE(QTest::qWaitFor([&] { return !window->isVisible(); }));
     EXPECT_EQ(window->windowOpacity(), 0.0);
     EXPECT_EQ(panel->window(), window);
+}
+
+TEST_F(QKAboutPanelTest, goingAwayUnderAnAlertLeavesTheAlert)
+{
+    // An alert raised while About is in front must not belong to it: the panel is deleted
+    // inside the alert's modal loop, as when the application ends there.
+    QKAlert::setAnswerer({});
+    QPointer<QKAboutPanel> panel = QKAboutPanel::aboutPanel();
+    panel->open();
+    QApplication::setActiveWindow(panel->window());
+    QTimer::singleShot(0, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        ASSERT_NE(box, nullptr);
+        delete panel.data();
+        QTimer::singleShot(0, box, [box] { box->buttons().constLast()->click(); });
+    });
+    EXPECT_EQ(QKAlert::runModal(u"Quit now?"_s, {}, {u"Quit"_s, u"Cancel"_s}), 1);
+    EXPECT_TRUE(panel.isNull());
+    QKAlert::setAnswerer([](const QKAlertRequest &) { return 0; });
 }
 
 TEST_F(QKAboutPanelTest, screenshotShowsGradientSeparatorAndButtons)
