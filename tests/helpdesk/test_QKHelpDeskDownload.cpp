@@ -118,18 +118,36 @@ TEST_F(QKHelpDeskDownloadTest, failuresCloseThePanelLogAndLeaveNothing)
         EXPECT_FALSE(panel->isVisible());
         EXPECT_EQ(logText().count("didFailWithError:"), ++failures);
     };
-    expectFailure(blobURL(4096));
-    EXPECT_FALSE(QFileInfo::exists(downloadFolder())) << "the folder is not made up";
-
+    // A download folder that is a file cannot be written: the user is told where and why.
     ASSERT_TRUE(QKTestEnvironment::writeAll(downloadFolder(), "not a folder"));
     expectFailure(blobURL(4096));
     EXPECT_EQ(QKTestEnvironment::readAll(downloadFolder()), "not a folder");
     EXPECT_EQ(filesIn(QKTestEnvironment::homePath()).filter("Downloads").size(), 1);
+    ASSERT_EQ(QKAlert::shownAlerts().size(), 1);
+    EXPECT_EQ(QKAlert::shownAlerts().constFirst().message,
+              u"The download could not be saved to \"%1/blob-4096.bin\"."_s.arg(downloadFolder()));
+    EXPECT_FALSE(QKAlert::shownAlerts().constFirst().informativeText.isEmpty());
 
-    // A missing file on the server is the documentation pane's failed download.
+    // A missing file on the server is the documentation pane's failed download: no alert.
     ASSERT_TRUE(QFile::remove(downloadFolder()) && QDir().mkpath(downloadFolder()));
     site.stop();
     expectFailure(blobURL(4096));
     EXPECT_TRUE(filesIn(downloadFolder()).isEmpty());
-    EXPECT_TRUE(QKAlert::shownAlerts().isEmpty()) << "failures are not announced";
+    EXPECT_EQ(QKAlert::shownAlerts().size(), 1) << "network failures are not announced";
+}
+
+TEST(QKHelpDeskDownload, aFreshAccountGetsItsDownloadFolderAndEscapedNamesAreDecoded)
+{
+    ScriptedServer server;
+    server.replies = {{u"/files/My Manual.pdf"_s, "%PDF-1.4 manual"}};
+    QKHelpDesk *helpDesk = startHelpDesk();
+    ASSERT_FALSE(QFileInfo::exists(downloadFolder()));
+    QSignalSpy ended(helpDesk, &QKHelpDesk::downloadEnded);
+    helpDesk->downloadFromPath(server.baseURL() + u"/files/My%20Manual.pdf"_s);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !ended.isEmpty(); }, 20000));
+    EXPECT_EQ(QKTestEnvironment::readAll(downloadFolder() + u"/My Manual.pdf"_s),
+              "%PDF-1.4 manual");
+    EXPECT_EQ(helpDesk->progressPanel()->progressPanelTitle(), u"Downloading My Manual.pdf..."_s);
+    EXPECT_EQ(filesIn(downloadFolder()), QStringList{"My Manual.pdf"});
+    EXPECT_TRUE(QKAlert::shownAlerts().isEmpty());
 }

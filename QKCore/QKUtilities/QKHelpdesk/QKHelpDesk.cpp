@@ -44,6 +44,28 @@ namespace {
 
 QKHelpDesk *s_helpDesk = nullptr;
 const QString OnlineDocumentationTitle = QStringLiteral("Online Documentation");
+
+// The name a download is saved under: the URL's last path component, decoded (an escaped
+// slash decodes into a separator first, so the name never leaves the folder). A URL without
+// a name has nothing to save as.
+QString downloadFileName(const QUrl &url)
+{
+    const QString name = url.fileName(QUrl::FullyDecoded);
+    return name == QLatin1String(".") || name == QLatin1String("..") ? QString() : name;
+}
+
+// A fresh account has no download folder yet; browsers make it on the first download too.
+QString downloadDestination(const QString &folder, const QString &fileName)
+{
+    if (folder.isEmpty() || fileName.isEmpty())
+        return QString();
+    if (!QFileInfo::exists(folder) && QDir().mkpath(folder)) {
+        QKApplicationLog::sharedLog()->info(
+            QKApplicationLogContext(QStringLiteral("QKHelpDesk"), nullptr),
+            QStringLiteral("Created the download folder %1").arg(folder));
+    }
+    return QDir(folder).filePath(fileName);
+}
 const QString CheckForUpdatesTitle = QStringLiteral("Check for Updates");
 
 /**
@@ -498,8 +520,8 @@ bool QKHelpDesk::eventFilter(QObject *watched, QEvent *event)
 void QKHelpDesk::downloadFromPath(const QString &path)
 {
     const QUrl url(path);
-    const QString folder = downloadDirectory();
-    const QString fileName = url.fileName();
+    const QString fileName = downloadFileName(url);
+    const QString destination = downloadDestination(downloadDirectory(), fileName);
     for (const QPointer<QKHelpDeskDownload> &ended : std::as_const(d->endedDownloads)) {
         if (ended)
             ended->deleteLater();
@@ -507,8 +529,7 @@ void QKHelpDesk::downloadFromPath(const QString &path)
     d->endedDownloads.clear();
     if (!d->network)
         d->network = new QNetworkAccessManager(this);
-    auto *download = new QKHelpDeskDownload(
-        url, folder.isEmpty() ? QString() : QDir(folder).filePath(fileName), d->network, this);
+    auto *download = new QKHelpDeskDownload(url, destination, d->network, this);
     connect(download, &QKHelpDeskDownload::didReceiveResponse, this, [this](qint64 length) {
         d->downloadSize = length;
         d->downloaded = 0;
@@ -540,6 +561,15 @@ void QKHelpDesk::downloadFromPath(const QString &path)
                     QKApplicationLogContext(QStringLiteral("QKHelpDesk"), this),
                     QStringLiteral("didFailWithError:%1").arg(error));
                 d->endedDownloads << download;
+                // The network's failures pass quietly; a file that cannot be saved is the
+                // user's to fix, so they learn where and why.
+                if (!download->writeError().isEmpty()) {
+                    QKAlert::runModal(QStringLiteral("The download could not be saved to \"%1\".")
+                                          .arg(download->destinationPath().isEmpty()
+                                                   ? downloadDirectory()
+                                                   : download->destinationPath()),
+                                      download->writeError());
+                }
                 emit downloadEnded(false);
             });
     download->start();

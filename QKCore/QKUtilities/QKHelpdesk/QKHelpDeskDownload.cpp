@@ -12,6 +12,7 @@ struct QKHelpDeskDownload::Private
     QPointer<QNetworkAccessManager> manager;
     QPointer<QNetworkReply> reply;
     std::unique_ptr<QSaveFile> file;
+    QString writeError;
     bool responseReported = false;
     bool ended = false;
 };
@@ -46,10 +47,13 @@ void QKHelpDeskDownload::start()
         return;
     d->file = std::make_unique<QSaveFile>(d->destinationPath);
     if (d->destinationPath.isEmpty() || !d->file->open(QIODevice::WriteOnly)) {
+        d->writeError = d->destinationPath.isEmpty()
+                            ? tr("there is no download folder or file name")
+                            : d->file->errorString();
         const QString reason =
             d->destinationPath.isEmpty()
-                ? tr("there is no download folder")
-                : tr("cannot write %1: %2").arg(d->destinationPath, d->file->errorString());
+                ? d->writeError
+                : tr("cannot write %1: %2").arg(d->destinationPath, d->writeError);
         d->file.reset();
         d->ended = true;
         QMetaObject::invokeMethod(
@@ -107,7 +111,7 @@ void QKHelpDeskDownload::readData()
     if (data.isEmpty())
         return;
     if (d->file->write(data) != data.size()) {
-        fail(tr("cannot write %1: %2").arg(d->destinationPath, d->file->errorString()));
+        failWriting(d->file->errorString());
         return;
     }
     emit didReceiveDataOfLength(data.size());
@@ -129,13 +133,23 @@ void QKHelpDeskDownload::finish()
     if (d->ended)
         return;
     d->ended = true;
-    const bool committed = d->file->commit();
-    const QString error = d->file->errorString();
+    if (!d->file->commit()) {
+        failWriting(d->file->errorString());
+        return;
+    }
     d->file.reset();
-    if (committed)
-        emit didFinish();
-    else
-        emit didFailWithError(tr("cannot write %1: %2").arg(d->destinationPath, error));
+    emit didFinish();
+}
+
+QString QKHelpDeskDownload::writeError() const
+{
+    return d->writeError;
+}
+
+void QKHelpDeskDownload::failWriting(const QString &reason)
+{
+    d->writeError = reason;
+    fail(tr("cannot write %1: %2").arg(d->destinationPath, reason));
 }
 
 void QKHelpDeskDownload::fail(const QString &error)

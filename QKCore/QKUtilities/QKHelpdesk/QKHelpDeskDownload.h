@@ -37,6 +37,9 @@ public:
     bool isRunning() const;
     /** Stops the download and removes the partial file; no further signals are sent. */
     void cancel();
+    /** Why the file could not be written, after a failure of that kind; empty when the
+     *  download failed otherwise or has not failed. */
+    QString writeError() const;
 
 Q_SIGNALS:
     /** The response has arrived; @p expectedContentLength is -1 when the server did not
@@ -54,6 +57,7 @@ private:
     void readData();
     void finish();
     void fail(const QString &error);
+    void failWriting(const QString &reason);
 
     struct Private;
     std::unique_ptr<Private> d;
