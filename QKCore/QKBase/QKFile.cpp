@@ -45,6 +45,31 @@ bool removeConformed(const QString &path, QString *error)
     return removed;
 }
 
+/** Where a folder of the home's "Library" lives on Linux: the XDG variable that moves it and
+ *  the folder under the home it defaults to. */
+struct LibraryFolder
+{
+    const char *libraryPath;
+    const char *variable;
+    const char *defaultPath;
+};
+
+constexpr LibraryFolder libraryFolders[] = {
+    {"/Library/Application Support", "XDG_DATA_HOME", "/.local/share"},
+    {"/Library/Logs", "XDG_STATE_HOME", "/.local/state"},
+    {"/Library/Caches", "XDG_CACHE_HOME", "/.cache"},
+    {"/Library/Preferences", "XDG_CONFIG_HOME", "/.config"},
+};
+
+QString xdgFolder(const LibraryFolder &folder, const QString &home)
+{
+    // The base directory specification says a relative value is invalid and must be ignored.
+    const QString value = qEnvironmentVariable(folder.variable);
+    if (!value.isEmpty() && QDir::isAbsolutePath(value))
+        return value;
+    return home + QLatin1String(folder.defaultPath);
+}
+
 } // namespace
 
 QString QKFile::conformPath(const QString &path)
@@ -52,7 +77,14 @@ QString QKFile::conformPath(const QString &path)
     if (path != u"~" && !path.startsWith(QStringLiteral("~/")))
         return path;
     // QDir::homePath() honours $HOME (each test sets its own); the root folder when unset.
-    return QDir::cleanPath(QDir::homePath() + path.mid(1));
+    const QString home = QDir::homePath();
+    const QString inHome = QDir::cleanPath(QStringLiteral("/") + path.mid(1));
+    for (const LibraryFolder &folder : libraryFolders) {
+        const QString prefix = QLatin1String(folder.libraryPath);
+        if (inHome == prefix || inHome.startsWith(prefix + QLatin1Char('/')))
+            return QDir::cleanPath(xdgFolder(folder, home) + inHome.mid(prefix.size()));
+    }
+    return QDir::cleanPath(home + inHome);
 }
 
 bool QKFile::existsAtPath(const QString &path)

@@ -27,7 +27,7 @@ namespace {
 
 QString markerPath()
 {
-    return QKTestEnvironment::homeFile("Library/Application Support/Velmora/Test Host/.launched");
+    return QKTestEnvironment::homeFile(".local/share/Velmora/Test Host/.launched");
 }
 
 } // namespace
