@@ -5,6 +5,12 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <cerrno>
+#include <cstring>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 void setError(QString *error, const QString &reason)
@@ -132,6 +138,42 @@ bool QKFile::createDirectoryAtPath(const QString &path, QString *error)
     if (QDir().mkpath(conformed))
         return true;
     setError(error, createFailureReason(conformed));
+    return false;
+}
+
+bool QKFile::createPrivateDirectoryAtPath(const QString &path, QString *error)
+{
+    const QString conformed = conformPath(path);
+    if (conformed.isEmpty()) {
+        setError(error, QStringLiteral("no folder given"));
+        return false;
+    }
+    const QByteArray name = QFile::encodeName(conformed);
+    if (::mkdir(name.constData(), S_IRWXU) != 0 && errno != EEXIST) {
+        setError(error, QStringLiteral("the folder \"%1\" could not be created: %2")
+                            .arg(conformed, QString::fromLocal8Bit(std::strerror(errno))));
+        return false;
+    }
+    // Whoever made the folder first owns it: in a shared temporary folder that can be another
+    // user, or a link planted to make us write (or empty) somewhere else.
+    struct stat status;
+    if (::lstat(name.constData(), &status) != 0) {
+        setError(error, QStringLiteral("\"%1\" cannot be examined: %2")
+                            .arg(conformed, QString::fromLocal8Bit(std::strerror(errno))));
+        return false;
+    }
+    QString reason;
+    if (S_ISLNK(status.st_mode))
+        reason = QStringLiteral("\"%1\" is a symbolic link").arg(conformed);
+    else if (!S_ISDIR(status.st_mode))
+        reason = QStringLiteral("\"%1\" is not a folder").arg(conformed);
+    else if (status.st_uid != ::geteuid())
+        reason = QStringLiteral("\"%1\" belongs to user %2").arg(conformed).arg(status.st_uid);
+    else if (status.st_mode & (S_IWGRP | S_IWOTH))
+        reason = QStringLiteral("others may write in \"%1\"").arg(conformed);
+    if (reason.isEmpty())
+        return true;
+    setError(error, reason);
     return false;
 }
 

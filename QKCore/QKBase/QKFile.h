@@ -39,6 +39,11 @@ public:
      *  (also when it did before); false when a file is in the way or creation failed. */
     static bool createDirectoryAtPath(const QString &path, QString *error = nullptr);
 
+    /** Creates the folder, with mode 0700, unless something is there already; its parent
+     *  must exist. True only when it then is a real folder (not a link) of this user that
+     *  nobody else may write in; otherwise false with the reason, and nothing is changed. */
+    static bool createPrivateDirectoryAtPath(const QString &path, QString *error = nullptr);
+
     /** Writes @p contents to a new or replaced file, atomically. The folder must exist. */
     static bool createFileAtPath(const QString &path, const QByteArray &contents,
                                  QString *error = nullptr);

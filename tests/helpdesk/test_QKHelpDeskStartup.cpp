@@ -86,6 +86,24 @@ TEST(QKHelpDeskStartup, aStartMakesTheMarkerAndEmptiesTheTemporaryFolderAndTermi
     QDir(temp).removeRecursively();
 }
 
+TEST(QKHelpDeskStartup, aLinkPlantedAsTheTemporaryFolderLosesNoFiles)
+{
+    // Emptying a refused folder must neither follow the link nor fall back to the working
+    // folder.
+    const QString documents = QKTestEnvironment::homeFile("Documents");
+    const QString work = QKTestEnvironment::homeFile("work");
+    ASSERT_TRUE(QKTestEnvironment::writeAll(documents + "/song.aif", "song"));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(work + "/session.txt", "session"));
+    ASSERT_TRUE(QDir::setCurrent(work));
+    const QString temp = QKApplication::sharedApplication()->tempDirectory();
+    ASSERT_TRUE(QDir(temp).removeRecursively());
+    ASSERT_TRUE(QFile::link(documents, temp));
+    startHelpDesk();
+    emit QKApplication::sharedApplication()->willTerminate();
+    EXPECT_EQ(QKTestEnvironment::readAll(documents + "/song.aif"), "song");
+    EXPECT_EQ(QKTestEnvironment::readAll(work + "/session.txt"), "session");
+}
+
 TEST(QKHelpDeskStartup, anEmailAddressRegistersTheDefaultsAndBetaBuildsReadTheTestingFeed)
 {
     QKSupportSiteProcess site;
