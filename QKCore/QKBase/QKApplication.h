@@ -53,6 +53,7 @@ public:
     static QString currentName();
     /** Short application code: "QKApplicationCode", else "CFBundleSignature", else the name. */
     QString code() const;
+    /** The same code, for code that runs whatever the application object is. */
     static QString currentCode();
     /**
      * The application's own temporary folder, "$XDG_RUNTIME_DIR/<code>", else
