@@ -3,12 +3,15 @@
 #include "QKApplicationLog.h"
 #include "QKBundle.h"
 #include "QKException.h"
+#include "QKFile.h"
 
 #include <QDir>
 #include <QPointer>
 #include <QRegularExpression>
 
 #include <vector>
+
+#include <unistd.h>
 
 bool QKApplicationDelegate::isBetaVersion() const
 {
@@ -62,6 +65,11 @@ QString QKApplication::currentName()
 
 QString QKApplication::code() const
 {
+    return currentCode();
+}
+
+QString QKApplication::currentCode()
+{
     const QKBundle *bundle = QKBundle::mainBundle();
     for (const char *key : {"QKApplicationCode", "CFBundleSignature"}) {
         const QString code =
@@ -69,12 +77,31 @@ QString QKApplication::code() const
         if (!code.isEmpty() && code != QLatin1String("????"))
             return code;
     }
-    return name();
+    return currentName();
 }
 
 QString QKApplication::tempDirectory() const
 {
-    return QDir(QDir::tempPath()).filePath(code());
+    return currentTempDirectory();
+}
+
+QString QKApplication::currentTempDirectory()
+{
+    // The shared temporary folder is open to every user: the name carries the user id so
+    // that another user's folder is never taken for ours.
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    const QString path =
+        !runtime.isEmpty() && QDir::isAbsolutePath(runtime)
+            ? QDir(runtime).filePath(currentCode())
+            : QDir(QDir::tempPath())
+                  .filePath(currentCode() + QLatin1Char('-') + QString::number(::geteuid()));
+    QString error;
+    if (QKFile::createPrivateDirectoryAtPath(path, &error))
+        return path;
+    QKApplicationLog::sharedLog()->warning(
+        QKApplicationLogContext(QStringLiteral("QKApplication")),
+        QStringLiteral("Not using the temporary folder: %1").arg(error));
+    return QString();
 }
 
 QKApplicationDelegate *QKApplication::delegate() const

@@ -53,8 +53,17 @@ public:
     static QString currentName();
     /** Short application code: "QKApplicationCode", else "CFBundleSignature", else the name. */
     QString code() const;
-    /** The application's own temporary folder, QDir::tempPath()/<code>; not created here. */
+    /** The same code, for code that runs whatever the application object is. */
+    static QString currentCode();
+    /**
+     * The application's own temporary folder, "$XDG_RUNTIME_DIR/<code>", else
+     * "<QDir::tempPath()>/<code>-<user id>", created with mode 0700 when missing. Empty, with
+     * a warning in the application log, when the folder there is a link, belongs to another
+     * user or may be written by others: nothing may be put in or removed from it then.
+     */
     QString tempDirectory() const;
+    /** The same folder, for code that runs whatever the application object is. */
+    static QString currentTempDirectory();
 
     QKApplicationDelegate *delegate() const;
     /** Sets the delegate; not owned. Null restores the built-in one. */

@@ -5,6 +5,12 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
+#include <cerrno>
+#include <cstring>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 void setError(QString *error, const QString &reason)
@@ -45,6 +51,31 @@ bool removeConformed(const QString &path, QString *error)
     return removed;
 }
 
+/** Where a folder of the home's "Library" lives on Linux: the XDG variable that moves it and
+ *  the folder under the home it defaults to. */
+struct LibraryFolder
+{
+    const char *libraryPath;
+    const char *variable;
+    const char *defaultPath;
+};
+
+constexpr LibraryFolder libraryFolders[] = {
+    {"/Library/Application Support", "XDG_DATA_HOME", "/.local/share"},
+    {"/Library/Logs", "XDG_STATE_HOME", "/.local/state"},
+    {"/Library/Caches", "XDG_CACHE_HOME", "/.cache"},
+    {"/Library/Preferences", "XDG_CONFIG_HOME", "/.config"},
+};
+
+QString xdgFolder(const LibraryFolder &folder, const QString &home)
+{
+    // The base directory specification says a relative value is invalid and must be ignored.
+    const QString value = qEnvironmentVariable(folder.variable);
+    if (!value.isEmpty() && QDir::isAbsolutePath(value))
+        return value;
+    return home + QLatin1String(folder.defaultPath);
+}
+
 } // namespace
 
 QString QKFile::conformPath(const QString &path)
@@ -52,7 +83,14 @@ QString QKFile::conformPath(const QString &path)
     if (path != u"~" && !path.startsWith(QStringLiteral("~/")))
         return path;
     // QDir::homePath() honours $HOME (each test sets its own); the root folder when unset.
-    return QDir::cleanPath(QDir::homePath() + path.mid(1));
+    const QString home = QDir::homePath();
+    const QString inHome = QDir::cleanPath(QStringLiteral("/") + path.mid(1));
+    for (const LibraryFolder &folder : libraryFolders) {
+        const QString prefix = QLatin1String(folder.libraryPath);
+        if (inHome == prefix || inHome.startsWith(prefix + QLatin1Char('/')))
+            return QDir::cleanPath(xdgFolder(folder, home) + inHome.mid(prefix.size()));
+    }
+    return QDir::cleanPath(home + inHome);
 }
 
 bool QKFile::existsAtPath(const QString &path)
@@ -100,6 +138,42 @@ bool QKFile::createDirectoryAtPath(const QString &path, QString *error)
     if (QDir().mkpath(conformed))
         return true;
     setError(error, createFailureReason(conformed));
+    return false;
+}
+
+bool QKFile::createPrivateDirectoryAtPath(const QString &path, QString *error)
+{
+    const QString conformed = conformPath(path);
+    if (conformed.isEmpty()) {
+        setError(error, QStringLiteral("no folder given"));
+        return false;
+    }
+    const QByteArray name = QFile::encodeName(conformed);
+    if (::mkdir(name.constData(), S_IRWXU) != 0 && errno != EEXIST) {
+        setError(error, QStringLiteral("the folder \"%1\" could not be created: %2")
+                            .arg(conformed, QString::fromLocal8Bit(std::strerror(errno))));
+        return false;
+    }
+    // Whoever made the folder first owns it: in a shared temporary folder that can be another
+    // user, or a link planted to make us write (or empty) somewhere else.
+    struct stat status;
+    if (::lstat(name.constData(), &status) != 0) {
+        setError(error, QStringLiteral("\"%1\" cannot be examined: %2")
+                            .arg(conformed, QString::fromLocal8Bit(std::strerror(errno))));
+        return false;
+    }
+    QString reason;
+    if (S_ISLNK(status.st_mode))
+        reason = QStringLiteral("\"%1\" is a symbolic link").arg(conformed);
+    else if (!S_ISDIR(status.st_mode))
+        reason = QStringLiteral("\"%1\" is not a folder").arg(conformed);
+    else if (status.st_uid != ::geteuid())
+        reason = QStringLiteral("\"%1\" belongs to user %2").arg(conformed).arg(status.st_uid);
+    else if (status.st_mode & (S_IWGRP | S_IWOTH))
+        reason = QStringLiteral("others may write in \"%1\"").arg(conformed);
+    if (reason.isEmpty())
+        return true;
+    setError(error, reason);
     return false;
 }
 

@@ -9,14 +9,21 @@ class QDateTime;
 
 /**
  * File and folder helpers. Every path goes through conformPath() first, so "~/Library/..."
- * works everywhere. Failures return false or an empty value and, where the signature has
- * one, put the reason into @p error; nothing throws.
+ * lands in the user's XDG folders. Failures return false or an empty value and, where the signature
+ * has one, put the reason into @p error; nothing throws.
  */
 class QKBASE_EXPORT QKFile
 {
 public:
-    /** Expands a leading "~" or "~/" to $HOME and cleans the result ("~/a//b/" becomes
-     *  "$HOME/a/b"). Other paths, "~user/..." included, are returned unchanged. */
+    /**
+     * Expands a leading "~" or "~/" to $HOME and cleans the result ("~/a//b/" becomes
+     * "$HOME/a/b"). The home's Library folders go where Linux keeps such files:
+     * "~/Library/Application Support" to $XDG_DATA_HOME (~/.local/share), "~/Library/Logs"
+     * to $XDG_STATE_HOME (~/.local/state), "~/Library/Caches" to $XDG_CACHE_HOME (~/.cache)
+     * and "~/Library/Preferences" to $XDG_CONFIG_HOME (~/.config); a variable that is empty
+     * or not absolute counts as unset. Other paths, "~user/..." included, are returned
+     * unchanged.
+     */
     static QString conformPath(const QString &path);
 
     /** True when something exists at @p path; a symbolic link counts by its target. */
@@ -31,6 +38,11 @@ public:
     /** Creates the folder and any missing folders above it. True when it exists afterwards
      *  (also when it did before); false when a file is in the way or creation failed. */
     static bool createDirectoryAtPath(const QString &path, QString *error = nullptr);
+
+    /** Creates the folder, with mode 0700, unless something is there already; its parent
+     *  must exist. True only when it then is a real folder (not a link) of this user that
+     *  nobody else may write in; otherwise false with the reason, and nothing is changed. */
+    static bool createPrivateDirectoryAtPath(const QString &path, QString *error = nullptr);
 
     /** Writes @p contents to a new or replaced file, atomically. The folder must exist. */
     static bool createFileAtPath(const QString &path, const QByteArray &contents,

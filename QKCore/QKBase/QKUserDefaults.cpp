@@ -1,6 +1,7 @@
 #include "QKUserDefaults.h"
 
 #include "QKApplication.h"
+#include "QKFile.h"
 #include "QKPropertyList.h"
 
 #include <QDir>
@@ -21,10 +22,7 @@ std::unique_ptr<QKUserDefaults> s_shared;
 
 QString configFolder()
 {
-    QString base = qEnvironmentVariable("XDG_CONFIG_HOME");
-    if (base.isEmpty())
-        base = QDir::homePath() + QStringLiteral("/.config");
-    return base + QStringLiteral("/Velmora");
+    return QKFile::conformPath(QStringLiteral("~/Library/Preferences/Velmora"));
 }
 
 QString applicationName()

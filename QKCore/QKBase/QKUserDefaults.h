@@ -12,8 +12,8 @@
  * is saved atomically, as an XML property list, after every change.
  *
  * The file is "$XDG_CONFIG_HOME/Velmora/<application name>.plist" (XDG_CONFIG_HOME falling
- * back to ~/.config). A file that cannot be read is logged and treated as empty; it is only
- * replaced when a setting changes. Safe to use from any thread.
+ * back to ~/.config when unset or relative). A file that cannot be read is logged and treated as
+ * empty; it is only replaced when a setting changes. Safe to use from any thread.
  */
 class QKBASE_EXPORT QKUserDefaults
 {

@@ -3,6 +3,7 @@
 #include <QKApplication.h>
 #include <QKApplicationLog.h>
 #include <QKBundle.h>
+#include <QKFile.h>
 #include <QKSupportSite.h>
 #include <QKUserDefaults.h>
 #include <QKWorkspace.h>
@@ -39,8 +40,13 @@ SoundLabInfoDialog::SoundLabInfoDialog(QWidget *parent) : QDialog(parent)
                ->objectForInfoDictionaryKey(QStringLiteral("CFBundleShortVersionString"))
                .toString());
     addRow(tr("Pre-release"), app->delegate()->isBetaVersion() ? tr("yes") : tr("no"));
-    addRow(tr("Temporary folder"), app->tempDirectory());
+    // An empty temporary folder was refused as unsafe; the debug log says why.
+    addRow(tr("Temporary folder"), orNone(app->tempDirectory()));
     addRow(tr("Settings file"), QKUserDefaults::standardUserDefaults()->filePath());
+    addRow(tr("Data folder"),
+           QKFile::conformPath(QStringLiteral("~/Library/Application Support/Velmora")));
+    addRow(tr("Logs folder"), QKFile::conformPath(QStringLiteral("~/Library/Logs/Velmora")));
+    addRow(tr("Caches folder"), QKFile::conformPath(QStringLiteral("~/Library/Caches/Velmora")));
     addRow(tr("Debug log"), QKApplicationLog::sharedLog()->logFilePath());
     addRow(tr("Download folder"), orNone(QKWorkspace::downloadDirectory()));
     addRow(tr("Your name"), orNone((me.firstName + QLatin1Char(' ') + me.lastName).trimmed()));

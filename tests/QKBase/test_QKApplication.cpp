@@ -1,11 +1,16 @@
 #include "QKApplication.h"
+#include "QKApplicationLog.h"
 #include "QKException.h"
+#include "QKTestEnvironment.h"
 #include "QKTestSupport.h"
 
 #include <QDir>
 #include <QPointer>
 
 #include <stdexcept>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -37,12 +42,77 @@ public:
     }
 };
 
+QString applicationLog()
+{
+    return QString::fromUtf8(
+        QKTestEnvironment::readAll(QKApplicationLog::sharedLog()->logFilePath()));
+}
+
+// The folder tempDirectory() falls back to when there is no runtime folder.
+QString sharedTemporaryFolder()
+{
+    return QDir::tempPath() + u"/TSTH-"_s + QString::number(::geteuid());
+}
+
+// tempDirectory() refuses what is at its path: answers empty and says why in the log.
+void expectRefused(const QString &reason)
+{
+    EXPECT_EQ(QKApplication::sharedApplication()->tempDirectory(), QString());
+    const QStringList entries = applicationLog().split(u'\n', Qt::SkipEmptyParts);
+    const QString entry = entries.value(entries.size() - 1);
+    EXPECT_TRUE(entry.contains(u"Not using the temporary folder: "_s) &&
+                entry.contains(sharedTemporaryFolder()) && entry.contains(reason))
+        << entry.toStdString();
+}
+
 } // namespace
 
-TEST(QKApplication, identityComesFromTheHostBundleAndDelegate)
+TEST(QKApplication, temporaryFolderIsTheUsersOwnAndPrivate)
 {
-    QKApplication *app = QKApplication::sharedApplication();
-    EXPECT_EQ(app->tempDirectory(), QDir::tempPath() + u"/TSTH"_s);
+    const QKApplication *app = QKApplication::sharedApplication();
+    const auto expectPrivateFolder = [app](const QString &path) {
+        EXPECT_EQ(app->tempDirectory(), path);
+        struct stat status;
+        ASSERT_EQ(::lstat(QFile::encodeName(path).constData(), &status), 0);
+        EXPECT_TRUE(S_ISDIR(status.st_mode));
+        EXPECT_EQ(status.st_mode & 0777, 0700u);
+    };
+    expectPrivateFolder(sharedTemporaryFolder());
+    // A relative runtime folder is ignored, as the XDG rules demand.
+    qputenv("XDG_RUNTIME_DIR", "run/user");
+    EXPECT_EQ(app->tempDirectory(), sharedTemporaryFolder());
+
+    const QString runtime = QKTestEnvironment::homeFile(u"run"_s);
+    ASSERT_TRUE(QDir().mkpath(runtime));
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime));
+    expectPrivateFolder(runtime + u"/TSTH"_s);
+    EXPECT_EQ(QKApplication::currentTempDirectory(), runtime + u"/TSTH"_s);
+}
+
+TEST(QKApplication, temporaryFolderThatOthersCouldTamperWithIsRefused)
+{
+    const QString path = sharedTemporaryFolder();
+    const QString elsewhere = QKTestEnvironment::homeFile(u"Documents"_s);
+    ASSERT_TRUE(QKTestEnvironment::writeAll(elsewhere + u"/keep"_s, "precious"));
+    ASSERT_TRUE(QFile::link(elsewhere, path));
+    expectRefused(u"is a symbolic link"_s);
+
+    ASSERT_TRUE(QFile::remove(path));
+    ASSERT_TRUE(QDir().mkdir(path));
+    ASSERT_EQ(::chmod(QFile::encodeName(path).constData(), 0770), 0);
+    expectRefused(u"others may write in"_s);
+    EXPECT_EQ(QKTestEnvironment::readAll(elsewhere + u"/keep"_s), "precious");
+}
+
+TEST(QKApplication, temporaryFolderOfAnotherUserIsRefused)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can give a folder to another user";
+    const QString path = sharedTemporaryFolder();
+    ASSERT_TRUE(QDir().mkdir(path));
+    ASSERT_EQ(::chmod(QFile::encodeName(path).constData(), 0700), 0);
+    ASSERT_EQ(::chown(QFile::encodeName(path).constData(), 65534, 65534), 0);
+    expectRefused(u"belongs to user 65534"_s);
 }
 
 TEST(QKApplication, exceptionsOfAnyKindFromEventHandlersReachTheHandler)

@@ -19,7 +19,7 @@ namespace {
 
 QString logPath()
 {
-    return homeFile(u"Library/Logs/Velmora/Test Host.log"_s);
+    return homeFile(u".local/state/Velmora/Test Host.log"_s);
 }
 
 QStringList logLines()
@@ -218,7 +218,7 @@ TEST_F(QKApplicationLogTest, entriesFromManyThreadsStayWholeLines)
 TEST_F(QKApplicationLogTest, unwritableOrDeletedLogFileIsRecovered)
 {
     // A file where the folder belongs stops even root from creating the log.
-    const QString logsFolder = homeFile(u"Library/Logs"_s);
+    const QString logsFolder = homeFile(u".local/state"_s);
     ASSERT_TRUE(QKTestEnvironment::writeAll(logsFolder, {}));
     {
         MessageCapture capture;

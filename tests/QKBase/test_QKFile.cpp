@@ -17,14 +17,49 @@ TEST(QKFile, conformPathExpandsOnlyTheUsersTilde)
     const std::pair<QString, QString> cases[] = {
         {u"~"_s, QKTestEnvironment::homePath()},
         {u"~/"_s, QKTestEnvironment::homePath()},
-        {u"~/Library//Logs/./Velmora/"_s, homeFile(u"Library/Logs/Velmora"_s)},
+        {u"~/Library//Velmora/./x/"_s, homeFile(u"Library/Velmora/x"_s)},
         {u"~other/x"_s, u"~other/x"_s},
         {u"/tmp/~/x"_s, u"/tmp/~/x"_s},
         {u"relative/~"_s, u"relative/~"_s},
+        {u"/Library/Logs/CrashReporter"_s, u"/Library/Logs/CrashReporter"_s},
         {QString(), QString()},
     };
     for (const auto &[path, conformed] : cases)
         EXPECT_EQ(QKFile::conformPath(path), conformed) << path.toStdString();
+}
+
+TEST(QKFile, conformPathPutsLibraryFoldersWhereTheXdgVariablesSay)
+{
+    const char *const variables[] = {"XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_CACHE_HOME",
+                                     "XDG_CONFIG_HOME"};
+    const QString paths[] = {u"~/Library/Application Support/Velmora/au_db.plist"_s,
+                             u"~/Library//Logs/./Velmora/"_s, u"~/Library/Caches"_s,
+                             u"~/Library/Preferences/Velmora/../x.plist"_s};
+    const QString defaults[] = {homeFile(u".local/share/Velmora/au_db.plist"_s),
+                                homeFile(u".local/state/Velmora"_s), homeFile(u".cache"_s),
+                                homeFile(u".config/x.plist"_s)};
+    const QString moved[] = {u"/data/Velmora/au_db.plist"_s, u"/state/Velmora"_s, u"/cache"_s,
+                             u"/config/x.plist"_s};
+    // Unset, empty and relative values all mean the default under HOME.
+    for (const char *value : {static_cast<const char *>(nullptr), "", "relative/folder"}) {
+        for (const char *variable : variables) {
+            if (value)
+                qputenv(variable, value);
+            else
+                qunsetenv(variable);
+        }
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(QKFile::conformPath(paths[i]), defaults[i]) << (value ? value : "unset");
+    }
+    qputenv("XDG_DATA_HOME", "/data");
+    qputenv("XDG_STATE_HOME", "/state");
+    qputenv("XDG_CACHE_HOME", "/cache/");
+    qputenv("XDG_CONFIG_HOME", "/config");
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(QKFile::conformPath(paths[i]), moved[i]) << paths[i].toStdString();
+    // Only whole folder names match.
+    EXPECT_EQ(QKFile::conformPath(u"~/Library/Logsheet"_s), homeFile(u"Library/Logsheet"_s));
+    EXPECT_EQ(QKFile::conformPath(u"~/Library/Application Support"_s), u"/data"_s);
 }
 
 TEST(QKFile, createsFoldersAndFilesAndListsHiddenEntries)

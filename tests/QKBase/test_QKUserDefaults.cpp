@@ -3,6 +3,7 @@
 #include "QKTestSupport.h"
 #include "QKUserDefaults.h"
 
+#include <QFile>
 #include <QPoint>
 
 #include <thread>
@@ -78,6 +79,15 @@ TEST(QKUserDefaults, theApplicationsValuesLiveInAnXmlListInItsConfigFolder)
     EXPECT_TRUE(QKTestEnvironment::readAll(path).startsWith("<?xml"));
     QKUserDefaults::resetStandardUserDefaults();
     EXPECT_EQ(QKUserDefaults::standardUserDefaults()->doubleForKey(u"Ratio"_s), 0.1);
+
+    // A relative XDG_CONFIG_HOME is ignored; an absolute one moves the file.
+    qputenv("XDG_CONFIG_HOME", "relative");
+    QKUserDefaults::resetStandardUserDefaults();
+    EXPECT_EQ(QKUserDefaults::standardUserDefaults()->filePath(), path);
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(homeFile(u"elsewhere"_s)));
+    QKUserDefaults::resetStandardUserDefaults();
+    EXPECT_EQ(QKUserDefaults::standardUserDefaults()->filePath(),
+              homeFile(u"elsewhere/Velmora/Test Host.plist"_s));
 }
 
 TEST(QKUserDefaults, unreadableFilesAreIgnoredAndKeptUntilASettingChanges)

@@ -57,9 +57,10 @@ int main(int argc, char **argv)
     g_homePath = home.path();
     const QByteArray homeBytes = QFile::encodeName(g_homePath);
     setenv("HOME", homeBytes.constData(), 1);
-    setenv("XDG_CONFIG_HOME", (homeBytes + "/.config").constData(), 1);
-    setenv("XDG_DATA_HOME", (homeBytes + "/.local/share").constData(), 1);
-    setenv("XDG_CACHE_HOME", (homeBytes + "/.cache").constData(), 1);
+    // The XDG folders then follow HOME, also in tests that move HOME themselves.
+    for (const char *variable : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME",
+                                 "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
+        unsetenv(variable);
     // The application's temporary folder lives under the temporary path and the help desk
     // empties it at start-up, so parallel test processes must not share one.
     QDir(g_homePath).mkpath(QStringLiteral("tmp"));

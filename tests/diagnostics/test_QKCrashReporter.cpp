@@ -149,7 +149,7 @@ CrashLog onlyCrashLog()
 
 QString crashFolder()
 {
-    return QKTestEnvironment::homeFile(u"Library/Logs/CrashReporter"_s);
+    return QKTestEnvironment::homeFile(u".local/state/CrashReporter"_s);
 }
 
 } // namespace

@@ -156,6 +156,10 @@ TEST(QKSystemProfiler, builtInReportReadsTheSystemFiles)
         lines.removeAll(kernel.value(0));
         return lines;
     };
+    // Where the files go follows HOME and the XDG variables.
+    const QString folders = "folders data=\"" + homeFile(".local/share/Velmora") + "\" logs=\"" +
+                            homeFile(".local/state/Velmora") + "\" caches=\"" +
+                            homeFile(".cache/Velmora") + '"';
     EXPECT_EQ(
         withoutKernel(outline(QKSystemProfiler::builtInReport(root.path()))),
         QStringList({
@@ -175,12 +179,13 @@ TEST(QKSystemProfiler, builtInReportReadsTheSystemFiles)
             "card index=\"1\" id=\"Interface\" driver=\"USB-Audio\" name=\"Studio Interface\" "
             "description=\"Velmora Studio Interface at usb-0000:00:14.0-2, high speed\"",
             "pcm device=\"pcm3p\" id=\"USB Audio\" name=\"USB Audio\" stream=\"PLAYBACK\"",
+            folders,
         }));
 
     // An empty system still gives every section.
-    EXPECT_EQ(
-        withoutKernel(outline(QKSystemProfiler::builtInReport(homeFile("nothing-here")))),
-        QStringList({"systemprofile generator=\"QKUtilities\"", "os", "cpu", "memory", "sound"}));
+    EXPECT_EQ(withoutKernel(outline(QKSystemProfiler::builtInReport(homeFile("nothing-here")))),
+              QStringList({"systemprofile generator=\"QKUtilities\"", "os", "cpu", "memory",
+                           "sound", folders}));
 }
 
 TEST(QKSystemProfiler, everyChunkIsReportedToTheMainThread)

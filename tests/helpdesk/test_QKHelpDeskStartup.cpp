@@ -27,7 +27,7 @@ namespace {
 
 QString markerPath()
 {
-    return QKTestEnvironment::homeFile("Library/Application Support/Velmora/Test Host/.launched");
+    return QKTestEnvironment::homeFile(".local/share/Velmora/Test Host/.launched");
 }
 
 } // namespace
@@ -84,6 +84,24 @@ TEST(QKHelpDeskStartup, aStartMakesTheMarkerAndEmptiesTheTemporaryFolderAndTermi
     EXPECT_FALSE(QFile::exists(markerPath()));
     EXPECT_TRUE(QKFile::contentsOfDirectoryAtPath(temp).isEmpty());
     QDir(temp).removeRecursively();
+}
+
+TEST(QKHelpDeskStartup, aLinkPlantedAsTheTemporaryFolderLosesNoFiles)
+{
+    // Emptying a refused folder must neither follow the link nor fall back to the working
+    // folder.
+    const QString documents = QKTestEnvironment::homeFile("Documents");
+    const QString work = QKTestEnvironment::homeFile("work");
+    ASSERT_TRUE(QKTestEnvironment::writeAll(documents + "/song.aif", "song"));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(work + "/session.txt", "session"));
+    ASSERT_TRUE(QDir::setCurrent(work));
+    const QString temp = QKApplication::sharedApplication()->tempDirectory();
+    ASSERT_TRUE(QDir(temp).removeRecursively());
+    ASSERT_TRUE(QFile::link(documents, temp));
+    startHelpDesk();
+    emit QKApplication::sharedApplication()->willTerminate();
+    EXPECT_EQ(QKTestEnvironment::readAll(documents + "/song.aif"), "song");
+    EXPECT_EQ(QKTestEnvironment::readAll(work + "/session.txt"), "session");
 }
 
 TEST(QKHelpDeskStartup, anEmailAddressRegistersTheDefaultsAndBetaBuildsReadTheTestingFeed)

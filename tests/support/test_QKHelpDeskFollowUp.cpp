@@ -115,7 +115,7 @@ TEST_F(FollowUp, aReplyIsFollowedByAttachmentsAndRefreshesTheList)
 {
     // The reply sends the debug log only together with the crash logs.
     check("submitDebugLogButton");
-    writeFile("Library/Logs/CrashReporter/Test Host_2024-05-01-101500.crash", "crash");
+    writeFile(".local/state/CrashReporter/Test Host_2024-05-01-101500.crash", "crash");
     search(Alex);
     QKSynchronousRequest::post(QKMultipartRequest::requestWithURL(
         QUrl(site->baseURL() + "/inspect/reply"),

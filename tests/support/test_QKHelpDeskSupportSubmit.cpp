@@ -73,9 +73,9 @@ TEST_F(SupportPane, helpSpotLineLinksItsName)
 
 TEST_F(SupportPane, newRequestUploadsEveryChosenDiagnostic)
 {
-    writeFile("Library/Logs/CrashReporter/Test Host_2024-05-01-101500.crash", "crash one");
-    writeFile("Library/Logs/CrashReporter/Test Host Pro_2024-05-02-090000.crash", "crash of Pro");
-    writeFile("Library/Logs/CrashReporter/Other_2024-05-03-090000.crash", "not ours");
+    writeFile(".local/state/CrashReporter/Test Host_2024-05-01-101500.crash", "crash one");
+    writeFile(".local/state/CrashReporter/Test Host Pro_2024-05-02-090000.crash", "crash of Pro");
+    writeFile(".local/state/CrashReporter/Other_2024-05-03-090000.crash", "not ours");
     attach({writeFile("notes.txt", "my notes"), writeFile("sessions/song.slab", "session")});
     paneWidget<QLineEdit>(pane, "firstNameText")->setText("Ada");
     paneWidget<QLineEdit>(pane, "lastNameText")->setText("Byron");

@@ -15,7 +15,7 @@ protected:
     void SetUp() override
     {
         SupportPaneTest::SetUp();
-        writeFile("Library/Logs/CrashReporter/Test Host_2024-05-01-101500.crash", "crash");
+        writeFile(".local/state/CrashReporter/Test Host_2024-05-01-101500.crash", "crash");
         attach({writeFile("notes.txt", "my notes")});
         for (const char *box :
              {"submitSystemProfileButton", "submitCrashLog1Button", "submitDebugLogButton"})

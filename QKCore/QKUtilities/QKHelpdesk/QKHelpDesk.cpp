@@ -218,7 +218,7 @@ void QKHelpDesk::init()
 
     if (app) {
         connect(app, &QKApplication::willTerminate, this, &QKHelpDesk::applicationWillTerminate);
-        QKFile::createDirectoryAtPath(app->tempDirectory());
+        // Asking for the folder creates it when missing.
         QKFile::emptyDirectoryAtPath(app->tempDirectory());
     }
 

@@ -8,8 +8,8 @@
  * Leaves a crash log when the application dies of a fatal signal (SIGSEGV, SIGBUS, SIGILL,
  * SIGFPE or SIGABRT), where the help desk's support requests collect them.
  *
- * The log is "<application name>_<date>.crash" in "~/Library/Logs/CrashReporter/" (under
- * $HOME as it was at installation), the date being the crash time in local time as
+ * The log is "<application name>_<date>.crash" in "~/Library/Logs/CrashReporter/" (in
+ * $XDG_STATE_HOME as it was at installation), the date being the crash time in local time as
  * "yyyy-MM-dd-HHmmss" ("Sound Lab_2026-11-21-235959.crash"), so that names sort by time.
  * The local time uses the UTC offset in force at installation: the handler cannot read the
  * time zone database. A second crash in the same second is appended to the same file.
@@ -50,7 +50,7 @@ public:
      */
     static bool install();
 
-    /** "~/Library/Logs/CrashReporter" with "~" expanded, where install() writes the logs. */
+    /** "~/Library/Logs/CrashReporter" conformed, where install() writes the logs. */
     static QString crashReporterFolder();
 
     /**

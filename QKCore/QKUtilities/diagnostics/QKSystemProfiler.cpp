@@ -287,6 +287,20 @@ void writeSoundCards(QXmlStreamWriter &xml, const QString &rootPath)
     xml.writeEndElement();
 }
 
+// Where the library keeps its files here, since that depends on the user's XDG settings.
+void writeFolders(QXmlStreamWriter &xml)
+{
+    xml.writeStartElement(QStringLiteral("folders"));
+    const std::pair<const char *, const char *> folders[] = {
+        {"data", "~/Library/Application Support/Velmora"},
+        {"logs", "~/Library/Logs/Velmora"},
+        {"caches", "~/Library/Caches/Velmora"},
+    };
+    for (const auto &[name, path] : folders)
+        xml.writeAttribute(QLatin1String(name), QKFile::conformPath(QLatin1String(path)));
+    xml.writeEndElement();
+}
+
 } // namespace
 
 QKSystemProfiler::QKSystemProfiler() : m_program(lshwPath()) {}
@@ -349,6 +363,7 @@ QByteArray QKSystemProfiler::builtInReport(const QString &rootPath)
     writeProcessor(xml, rootPath);
     writeMemory(xml, rootPath);
     writeSoundCards(xml, rootPath);
+    writeFolders(xml);
     xml.writeEndElement();
     xml.writeEndDocument();
     return report;

@@ -44,8 +44,10 @@ QKBundle *bundle()
 // handed over as a copy in the application's temporary folder.
 QString extractedResource(const QString &resourcePath)
 {
-    const QKApplication *app = QKApplication::sharedApplication();
-    const QDir folder(app ? app->tempDirectory() : QDir::tempPath());
+    const QString temporary = QKApplication::currentTempDirectory();
+    if (temporary.isEmpty())
+        return QString();
+    const QDir folder(temporary);
     const QString copy = folder.filePath(QFileInfo(resourcePath).fileName());
     QFile::remove(copy);
     if (!folder.mkpath(QStringLiteral(".")) || !QFile::copy(resourcePath, copy)) {

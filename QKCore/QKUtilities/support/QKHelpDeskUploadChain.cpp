@@ -26,18 +26,11 @@ using namespace QKHelpDeskSupportLog;
 
 namespace {
 
-QString temporaryFolder()
-{
-    const QKApplication *app = QKApplication::sharedApplication();
-    const QString folder =
-        app ? app->tempDirectory() : QDir(QDir::tempPath()).filePath(QKApplication::currentName());
-    QKFile::createDirectoryAtPath(folder);
-    return folder;
-}
-
+// Empty without a temporary folder, so that nothing is written beside the working folder.
 QString archivePath(const QString &name)
 {
-    return QDir(temporaryFolder()).filePath(name);
+    const QString folder = QKApplication::currentTempDirectory();
+    return folder.isEmpty() ? QString() : QDir(folder).filePath(name);
 }
 
 // The archive of a stage, made and readable; the upload reads it as it goes.
@@ -49,7 +42,8 @@ bool archiveIsReadable(const QString &path)
 
 bool zipped(const QStringList &paths, const QString &archive)
 {
-    return QKZipArchiver::zipPaths(paths, archive) && archiveIsReadable(archive);
+    return !archive.isEmpty() && QKZipArchiver::zipPaths(paths, archive) &&
+           archiveIsReadable(archive);
 }
 
 /** What one stage shows and logs while it archives and sends, word for word. */
@@ -213,15 +207,15 @@ void QKHelpDeskUploadChain::createSystemProfile()
             if (progressDesk)
                 progressDesk->progressUpdate(0.0);
         });
-    d->profileWorker =
-        std::thread([this, profiler = d->profiler, folder = temporaryFolder(), cancel, progress] {
-            bool cancelled = false;
-            const QString archive =
-                profiler.createSystemProfile(folder, progress, cancel, &cancelled);
-            QMetaObject::invokeMethod(
-                this, [this, archive, cancelled] { endCreateSystemProfile(archive, cancelled); },
-                Qt::QueuedConnection);
-        });
+    d->profileWorker = std::thread([this, profiler = d->profiler,
+                                    folder = QKApplication::currentTempDirectory(), cancel,
+                                    progress] {
+        bool cancelled = false;
+        const QString archive = profiler.createSystemProfile(folder, progress, cancel, &cancelled);
+        QMetaObject::invokeMethod(
+            this, [this, archive, cancelled] { endCreateSystemProfile(archive, cancelled); },
+            Qt::QueuedConnection);
+    });
 }
 
 void QKHelpDeskUploadChain::endCreateSystemProfile(const QString &archivePath, bool cancelled)
