@@ -157,6 +157,8 @@ TEST_F(HelpDeskAPI, malformedPostsGetErrorRepliesAndTheSiteLives)
         newRequest("x").field("xCategory", "999"),
         newRequest("x").field("fUrgent", "true"),
         addDocument("40001", "crash_log", "not base64!"),
+        addDocument("40001", "crash_log", "Q"),
+        addDocument("40001", "crash_log", "UEsD\r\nBA==\r\nQ"),
         addDocument("1", "crash_log", "UEsDBA=="),
         MultipartBody({{"action", "update"}, {"xRequest", "1"}, {"tBody", "hello"}}),
         MultipartBody({{"action", "list"}, {"fTrash", "0"}}),
@@ -169,4 +171,5 @@ TEST_F(HelpDeskAPI, malformedPostsGetErrorRepliesAndTheSiteLives)
 
     ASSERT_TRUE(site.isRunning());
     EXPECT_EQ(api({{"action", "categories"}}).status, 200);
+    EXPECT_TRUE(site.inspect(u"documents"_s).isEmpty()) << "a refused document is not stored";
 }
