@@ -34,9 +34,11 @@ qsizetype headEnd(const QByteArray &text, qsizetype from)
 
 RequestFraming::RequestFraming(qint64 bodyLimit) : m_bodyLimit(bodyLimit) {}
 
-RequestFraming::Verdict RequestFraming::feed(QByteArrayView data)
+qsizetype RequestFraming::feed(QByteArrayView data)
 {
-    while (m_verdict == Verdict::Pass && !data.isEmpty()) {
+    const qsizetype size = data.size();
+    m_atBodyStart = false;
+    while (m_verdict == Verdict::Pass && !data.isEmpty() && !m_atBodyStart) {
         switch (m_state) {
         case State::Head:
             data = readHead(data);
@@ -56,7 +58,23 @@ RequestFraming::Verdict RequestFraming::feed(QByteArrayView data)
             break;
         }
     }
-    return m_verdict;
+    return size - data.size();
+}
+
+QByteArray RequestFraming::requestLine() const
+{
+    const qsizetype newline = m_head.indexOf('\n');
+    return (newline < 0 ? m_head : m_head.first(newline)).trimmed();
+}
+
+QByteArray RequestFraming::header(const QByteArray &name) const
+{
+    for (const QByteArray &line : m_head.split('\n')) {
+        const qsizetype colon = line.indexOf(':');
+        if (colon > 0 && line.first(colon).trimmed().toLower() == name)
+            return line.sliced(colon + 1).trimmed();
+    }
+    return {};
 }
 
 QByteArrayView RequestFraming::readHead(QByteArrayView data)
@@ -71,20 +89,23 @@ QByteArrayView RequestFraming::readHead(QByteArrayView data)
     m_pending.append(data.first(taken));
     const qsizetype end = headEnd(m_pending, std::max<qsizetype>(0, before - 2));
     if (end < 0) {
-        if (m_pending.size() > maxHeadSize)
+        if (m_pending.size() > maxHeadSize) {
+            m_head = m_pending.first(200);
             m_verdict = Verdict::Malformed;
+        }
         return data.sliced(taken);
     }
     m_pending.truncate(end);
-    m_verdict = startBody(m_pending);
+    m_head = m_pending.trimmed();
     m_pending.clear();
+    m_atBodyStart = true;
+    m_verdict = startBody();
     return data.sliced(end - before);
 }
 
-RequestFraming::Verdict RequestFraming::startBody(const QByteArray &head)
+RequestFraming::Verdict RequestFraming::startBody()
 {
-    const QList<QByteArray> lines = head.split('\n');
-    m_requestLine = lines.first().trimmed();
+    const QList<QByteArray> lines = m_head.split('\n');
     bool chunked = false;
     std::optional<qint64> length;
     for (const QByteArray &line : lines) {
@@ -104,6 +125,7 @@ RequestFraming::Verdict RequestFraming::startBody(const QByteArray &head)
             length = size;
         }
     }
+    m_chunked = chunked;
     if (chunked) {
         m_bodySize = 0;
         m_state = State::ChunkSize;

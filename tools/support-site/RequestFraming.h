@@ -22,13 +22,25 @@ public:
 
     explicit RequestFraming(qint64 bodyLimit);
 
-    /** Follows @p data, the next bytes of the connection. After a verdict other than Pass
-     *  the connection cannot be followed further and feed() repeats that verdict. */
-    Verdict feed(QByteArrayView data);
+    /**
+     * Follows @p data, the next bytes of the connection, up to its end or up to the end of
+     * the next head, whichever comes first. Returns how many bytes it followed. After a
+     * verdict other than Pass the connection cannot be followed further.
+     */
+    qsizetype feed(QByteArrayView data);
+    Verdict verdict() const { return m_verdict; }
+    /** Whether the last feed() stopped at the end of a head, before the request's body. */
+    bool isAtBodyStart() const { return m_atBodyStart; }
 
-    /** The request line of the request being read (or refused), for the log. */
-    QByteArray requestLine() const { return m_requestLine; }
-    /** The body size of that request, as announced or as counted so far; -1 when none. */
+    /** The head of the request being read (or refused), without its empty last line. */
+    QByteArray head() const { return m_head; }
+    /** The request line of that request. */
+    QByteArray requestLine() const;
+    /** The value of the header @p name (lower case) in that head; empty when absent. */
+    QByteArray header(const QByteArray &name) const;
+    /** Whether its body comes in chunks. */
+    bool isChunked() const { return m_chunked; }
+    /** Its body size, as announced or as counted so far; -1 when it announced none. */
     qint64 bodySize() const { return m_bodySize; }
 
 private:
@@ -37,7 +49,7 @@ private:
     QByteArrayView readHead(QByteArrayView data);
     QByteArrayView readLine(QByteArrayView data);
     QByteArrayView skipBody(QByteArrayView data, State next);
-    Verdict startBody(const QByteArray &head);
+    Verdict startBody();
     Verdict endLine();
 
     const qint64 m_bodyLimit;
@@ -46,7 +58,9 @@ private:
     /** The head or chunk line being read. */
     QByteArray m_pending;
     bool m_lineComplete = false;
-    QByteArray m_requestLine;
+    bool m_atBodyStart = false;
+    QByteArray m_head;
+    bool m_chunked = false;
     qint64 m_bodySize = -1;
     /** Bytes left of the body or the current chunk. */
     qint64 m_remaining = 0;

@@ -99,6 +99,12 @@ int main(int argc, char **argv)
     if (!gate->listen(QHostAddress::LocalHost, quint16(port)))
         return fail(
             QStringLiteral("cannot listen on port %1: %2").arg(port).arg(gate->errorString()));
+    // Uploads of diagnostics reach megabytes; below that the HTTP server's copies are cheap.
+    constexpr qint64 spoolThreshold = 1024 * 1024;
+    gate->spoolBodies(QByteArrayLiteral("/helpspot_api.php"), spoolThreshold,
+                      [&server](const QByteArray &contentType, const QByteArray &body) {
+                          return server.helpDeskReply(contentType, body);
+                      });
     const quint16 listening = gate->serverPort();
     server.bind(gate.release()); // the server takes it as its child
 
