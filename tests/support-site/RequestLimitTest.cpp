@@ -109,3 +109,25 @@ TEST_F(RequestLimit, requestsOnOneConnectionAreFollowedAndAChunkedBodyIsCutOffAt
     EXPECT_TRUE(reply.startsWith("HTTP/1.1 400 ")) << reply.toStdString();
     EXPECT_EQ(SiteClient::get(site->baseURL() + "/").status, 200);
 }
+
+TEST(SpooledUpload, aLargeBodyThatIsNoFormOrIsCutOffLeavesTheSiteServing)
+{
+    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep);
+    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
+
+    const QByteArray junk(2 * 1024 * 1024, 'j');
+    const SiteResponse refused =
+        SiteClient::post(site.helpDeskAPIURL(), "multipart/form-data; boundary=b0undary", junk);
+    EXPECT_EQ(refused.status, 400);
+    EXPECT_TRUE(refused.body.startsWith("<?xml")) << refused.body.left(200).toStdString();
+
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, site.port());
+    ASSERT_TRUE(socket.waitForConnected(10000));
+    socket.write("POST /helpspot_api.php HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: "
+                 "multipart/form-data; boundary=b0undary\r\nContent-Length: " +
+                 QByteArray::number(junk.size()) + "\r\n\r\n" + junk.left(junk.size() / 2));
+    ASSERT_TRUE(socket.waitForBytesWritten(10000));
+    socket.abort();
+    EXPECT_EQ(SiteClient::get(site.baseURL() + "/").status, 200);
+}
