@@ -6,6 +6,21 @@
 
 namespace {
 
+/** Sends @p bytes on @p socket and reads until the reply holds @p end or the site closes the
+ *  connection; the time limit only guards against a hung site. */
+QByteArray exchange(QTcpSocket &socket, const QByteArray &bytes, const QByteArray &end = {})
+{
+    socket.write(bytes);
+    QByteArray reply;
+    const QDeadlineTimer deadline(10000);
+    while (socket.state() == QAbstractSocket::ConnectedState && !deadline.hasExpired() &&
+           (end.isEmpty() || !reply.contains(end))) {
+        socket.waitForReadyRead(int(deadline.remainingTime()));
+        reply += socket.readAll();
+    }
+    return reply + socket.readAll();
+}
+
 /** A site whose body limit is lowered through its environment variable. */
 class RequestLimit : public ::testing::Test
 {
@@ -21,19 +36,9 @@ protected:
         ASSERT_TRUE(socket.waitForConnected(10000));
     }
 
-    /** Sends @p bytes on the connection and reads until the reply holds @p end or the site
-     *  closes the connection; the time limit only guards against a hung site. */
     QByteArray send(const QByteArray &bytes, const QByteArray &end = {})
     {
-        socket.write(bytes);
-        QByteArray reply;
-        const QDeadlineTimer deadline(10000);
-        while (socket.state() == QAbstractSocket::ConnectedState && !deadline.hasExpired() &&
-               (end.isEmpty() || !reply.contains(end))) {
-            socket.waitForReadyRead(int(deadline.remainingTime()));
-            reply += socket.readAll();
-        }
-        return reply + socket.readAll();
+        return exchange(socket, bytes, end);
     }
 
     QByteArray head(const QByteArray &framing) const
@@ -130,4 +135,23 @@ TEST(SpooledUpload, aLargeBodyThatIsNoFormOrIsCutOffLeavesTheSiteServing)
     ASSERT_TRUE(socket.waitForBytesWritten(10000));
     socket.abort();
     EXPECT_EQ(SiteClient::get(site.baseURL() + "/").status, 200);
+}
+
+TEST(SpooledUpload, aClientWaitingToSendALargeBodyIsAskedForIt)
+{
+    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep);
+    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, site.port());
+    ASSERT_TRUE(socket.waitForConnected(10000));
+
+    const MultipartBody form =
+        MultipartBody({{"action", "categories"}}).field("padding", QString(2 << 20, u'p'));
+    const QByteArray head = "POST /helpspot_api.php HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: " +
+                            form.contentType() +
+                            "\r\nContent-Length: " + QByteArray::number(form.body().size()) +
+                            "\r\nExpect: 100-continue\r\n\r\n";
+    EXPECT_EQ(exchange(socket, head, "\r\n\r\n"), "HTTP/1.1 100 Continue\r\n\r\n");
+    const QByteArray reply = exchange(socket, form.body(), "</results>");
+    EXPECT_TRUE(reply.startsWith("HTTP/1.1 200 OK\r\n")) << reply.left(200).toStdString();
 }

@@ -150,6 +150,9 @@ void ConnectionWatch::startSpool(qsizetype headSize)
         return;
     }
     m_spoolRemaining = m_framing.bodySize();
+    // curl holds a large body back for a second unless the server asks for it.
+    if (m_framing.header("expect").compare("100-continue", Qt::CaseInsensitive) == 0)
+        m_socket->write("HTTP/1.1 100 Continue\r\n\r\n");
     spool();
 }
 
