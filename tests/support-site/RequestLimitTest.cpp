@@ -155,3 +155,29 @@ TEST(SpooledUpload, aClientWaitingToSendALargeBodyIsAskedForIt)
     const QByteArray reply = exchange(socket, form.body(), "</results>");
     EXPECT_TRUE(reply.startsWith("HTTP/1.1 200 OK\r\n")) << reply.left(200).toStdString();
 }
+
+TEST(SpooledUpload, aRequestAheadOfALargeOneInTheSameReadIsAnsweredToo)
+{
+    QKSupportSiteProcess site(QKSupportSiteProcess::Environment::Keep);
+    ASSERT_TRUE(site.isRunning()) << site.errorString().toStdString();
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, site.port());
+    ASSERT_TRUE(socket.waitForConnected(10000));
+
+    const auto request = [](const MultipartBody &form) {
+        return "POST /helpspot_api.php HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: " +
+               form.contentType() +
+               "\r\nContent-Length: " + QByteArray::number(form.body().size()) + "\r\n\r\n" +
+               form.body();
+    };
+    const MultipartBody small({{"action", "categories"}});
+    const MultipartBody large =
+        MultipartBody({{"action", "categories"}}).field("padding", QString(2 << 20, u'p'));
+    socket.write(request(small) + request(large));
+    QByteArray replies;
+    const QDeadlineTimer deadline(10000);
+    while (replies.count("</results>") < 2 && !deadline.hasExpired() &&
+           socket.waitForReadyRead(int(deadline.remainingTime())))
+        replies += socket.readAll();
+    EXPECT_EQ(replies.count("HTTP/1.1 200 OK\r\n"), 2) << replies.left(300).toStdString();
+}

@@ -29,6 +29,8 @@ public:
      */
     qsizetype feed(QByteArrayView data);
     Verdict verdict() const { return m_verdict; }
+    /** Whether the next byte belongs to a head, that is, no body is under way. */
+    bool isInHead() const { return m_state == State::Head; }
     /** Whether the last feed() stopped at the end of a head, before the request's body. */
     bool isAtBodyStart() const { return m_atBodyStart; }
 

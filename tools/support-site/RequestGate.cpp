@@ -115,9 +115,13 @@ void ConnectionWatch::readBeforeServer()
     }
     const QByteArray available = m_socket->peek(m_socket->bytesAvailable());
     qsizetype followed = qsizetype(std::min<qint64>(m_followed, available.size()));
+    // A request is taken over only when nothing before its head is left for the HTTP server.
+    bool mayTakeOver = m_framing.isInHead() && followed == 0;
     while (followed < available.size() && m_framing.verdict() == RequestFraming::Verdict::Pass) {
         followed += m_framing.feed(QByteArrayView(available).sliced(followed));
-        if (m_framing.isAtBodyStart() && wantsSpool()) {
+        const bool takeOver = mayTakeOver && m_framing.isAtBodyStart() && wantsSpool();
+        mayTakeOver = false;
+        if (takeOver) {
             startSpool(followed);
             return;
         }
