@@ -132,6 +132,10 @@ std::optional<QByteArray> decodeBase64(QByteArrayView text)
     const auto flush = [&] {
         if (chunk.isEmpty())
             return true;
+        // Qt decodes a lone trailing character (six bits, not a byte) to nothing and calls
+        // that a success, which stored "Q" as an empty document.
+        if (chunk.size() % 4 == 1)
+            return false;
         // Padding ends the data; nothing may follow it.
         if (padded)
             return false;

@@ -62,6 +62,11 @@ SupportSiteServer::SupportSiteServer(const SampleCatalogue &catalogue, HelpDeskS
 
 SupportSiteServer::~SupportSiteServer() = default;
 
+SiteReply SupportSiteServer::helpDeskReply(const QByteArray &contentType, const QByteArray &body)
+{
+    return d->helpDesk.handle(contentType, body);
+}
+
 bool SupportSiteServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
 {
     SiteReply reply = route(request, baseURLOf(request, socket));

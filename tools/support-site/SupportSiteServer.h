@@ -22,6 +22,10 @@ public:
                       QObject *parent = nullptr);
     ~SupportSiteServer() override;
 
+    /** The help desk API's reply to a POSTed @p body, for bodies that bypass the HTTP server
+     *  (see RequestGate::spoolBodies()). */
+    SiteReply helpDeskReply(const QByteArray &contentType, const QByteArray &body);
+
 protected:
     bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
     void missingHandler(const QHttpServerRequest &request, QTcpSocket *socket) override;

@@ -1,6 +1,7 @@
 // qk-support-site: the maker's support site on loopback, for the example host and the tests.
 
 #include "HelpDeskStore.h"
+#include "RequestGate.h"
 #include "SampleCatalogue.h"
 #include "SupportSiteServer.h"
 #include "TerminationSignals.h"
@@ -11,6 +12,7 @@
 #include <QFileInfo>
 
 #include <cstdio>
+#include <memory>
 
 #include <malloc.h>
 
@@ -57,13 +59,27 @@ int main(int argc, char **argv)
     const QCommandLineOption stateOption(QStringLiteral("state"),
                                          QStringLiteral("Help desk database (SQLite)."),
                                          QStringLiteral("FILE"), defaultStatePath());
-    parser.addOptions({portOption, dataOption, stateOption});
+    const QCommandLineOption maxBodyOption(
+        QStringLiteral("max-body"),
+        QStringLiteral("Largest request body in bytes; larger ones get 413 (default %1, or "
+                       "QK_SUPPORT_SITE_MAX_BODY).")
+            .arg(RequestGate::defaultBodyLimit),
+        QStringLiteral("BYTES"));
+    parser.addOptions({portOption, dataOption, stateOption, maxBodyOption});
     parser.process(app);
 
     bool portOk = false;
     const uint port = parser.value(portOption).toUInt(&portOk);
     if (!portOk || port > 65535)
         return fail(QStringLiteral("--port needs a number from 0 to 65535"));
+    const QString maxBody = parser.isSet(maxBodyOption)
+                                ? parser.value(maxBodyOption)
+                                : qEnvironmentVariable("QK_SUPPORT_SITE_MAX_BODY");
+    bool maxBodyOk = maxBody.isEmpty();
+    const qint64 bodyLimit =
+        maxBodyOk ? RequestGate::defaultBodyLimit : maxBody.toLongLong(&maxBodyOk);
+    if (!maxBodyOk || bodyLimit < 0)
+        return fail(QStringLiteral("--max-body needs a number of bytes, not \"%1\"").arg(maxBody));
     const QString dataPath = parser.value(dataOption);
     if (!QFileInfo(dataPath).isDir())
         return fail(QStringLiteral("no sample-data folder at %1").arg(dataPath));
@@ -79,14 +95,23 @@ int main(int argc, char **argv)
                      &QCoreApplication::quit);
 
     SupportSiteServer server(catalogue, store);
-    const quint16 listening = server.listen(QHostAddress::LocalHost, quint16(port));
-    if (listening == 0)
-        return fail(QStringLiteral("cannot listen on port %1").arg(port));
+    auto gate = std::make_unique<RequestGate>(bodyLimit);
+    if (!gate->listen(QHostAddress::LocalHost, quint16(port)))
+        return fail(
+            QStringLiteral("cannot listen on port %1: %2").arg(port).arg(gate->errorString()));
+    // Uploads of diagnostics reach megabytes; below that the HTTP server's copies are cheap.
+    constexpr qint64 spoolThreshold = 1024 * 1024;
+    gate->spoolBodies(QByteArrayLiteral("/helpspot_api.php"), spoolThreshold,
+                      [&server](const QByteArray &contentType, const QByteArray &body) {
+                          return server.helpDeskReply(contentType, body);
+                      });
+    const quint16 listening = gate->serverPort();
+    server.bind(gate.release()); // the server takes it as its child
 
     // Launchers wait for exactly this line.
     std::printf("Listening on http://127.0.0.1:%u\n", unsigned(listening));
     std::fflush(stdout);
-    std::fprintf(stderr, "data %s, state %s\n", qPrintable(dataPath),
-                 qPrintable(parser.value(stateOption)));
+    std::fprintf(stderr, "data %s, state %s, body limit %lld bytes\n", qPrintable(dataPath),
+                 qPrintable(parser.value(stateOption)), static_cast<long long>(bodyLimit));
     return app.exec();
 }
