@@ -5,8 +5,8 @@
 #include <QHash>
 #include <QList>
 #include <QSaveFile>
+#include <QStringDecoder>
 #include <QTimeZone>
-#include <QXmlStreamReader>
 #include <QtEndian>
 
 #include <cmath>
@@ -117,28 +117,46 @@ QVariant dateFromSeconds(double seconds)
 
 // ---- XML -------------------------------------------------------------------------------------
 
-// Reads with an explicit stack of open containers, so nesting costs heap, not stack, and
-// QXmlStreamReader resolves entity references in linear time.
+// A reader for the XML that property lists use: UTF-8, elements, text, the predefined entities
+// and character references, CDATA, comments and a DOCTYPE without an internal subset. Open
+// containers are kept on an explicit stack, so nesting costs heap rather than stack, and text
+// is scanned once, so reading is linear in the size of the file.
 class XmlReader
 {
 public:
-    explicit XmlReader(const QByteArray &data) : m_xml(data) {}
+    explicit XmlReader(const QByteArray &data)
+        : m_at(data.constData()), m_begin(data.constData()), m_end(data.constData() + data.size())
+    {}
 
     QVariant read(QString *error)
     {
-        QVariant root = readDocument();
-        if (!m_error.isEmpty() || m_xml.hasError()) {
-            const QString message = m_error.isEmpty() ? m_xml.errorString() : m_error;
+        std::optional<QVariant> root = readDocument();
+        if (!root) {
+            int line = 1;
+            const char *lineStart = m_begin;
+            for (const char *c = m_begin; c < m_at && c < m_end; ++c) {
+                if (*c == '\n') {
+                    ++line;
+                    lineStart = c + 1;
+                }
+            }
             setError(error, QStringLiteral("not a property list: line %1, column %2: %3")
-                                .arg(m_xml.lineNumber())
-                                .arg(m_xml.columnNumber())
-                                .arg(message));
+                                .arg(line)
+                                .arg(m_at - lineStart + 1)
+                                .arg(m_error));
             return QVariant();
         }
-        return root;
+        return std::move(*root);
     }
 
 private:
+    struct Tag
+    {
+        QByteArrayView name;
+        bool closing = false;
+        bool empty = false; // <name/>
+    };
+
     struct Container
     {
         bool isDict = false;
@@ -154,170 +172,351 @@ private:
         return false;
     }
 
-    QVariant readDocument()
+    bool startsWith(const char *text) const
     {
-        bool inPlist = false;
-        bool plistClosed = false;
-        std::optional<QVariant> root;
-        while (!m_xml.atEnd() && m_error.isEmpty()) {
-            switch (m_xml.readNext()) {
-            case QXmlStreamReader::DTD:
-                // An entity that expands to more entities is the classic way to make a
-                // small file huge; no property list needs one.
-                if (!m_xml.entityDeclarations().isEmpty())
-                    fail(QStringLiteral("entity declarations are not allowed"));
-                break;
-            case QXmlStreamReader::StartElement:
-                if (!inPlist && !plistClosed && m_xml.name() == u"plist")
-                    inPlist = true;
-                else if (!inPlist || root)
-                    fail(QStringLiteral("unexpected element <%1>").arg(m_xml.name()));
-                else if (std::optional<QVariant> value = readValue())
-                    root = std::move(*value);
-                break;
-            case QXmlStreamReader::EndElement:
-                inPlist = false;
-                plistClosed = true;
-                break;
-            case QXmlStreamReader::Characters:
-                if (!m_xml.isWhitespace())
-                    fail(QStringLiteral("text outside a value"));
-                break;
-            case QXmlStreamReader::EntityReference:
-                fail(QStringLiteral("unknown entity &%1;").arg(m_xml.name()));
-                break;
-            default:
-                break;
-            }
-        }
-        if (m_error.isEmpty() && !m_xml.hasError() && !root)
-            fail(QStringLiteral("no <plist> element with a value"));
-        return root.value_or(QVariant());
+        const size_t length = std::strlen(text);
+        return size_t(m_end - m_at) >= length && std::memcmp(m_at, text, length) == 0;
     }
 
-    // The value whose start tag was just read, with everything inside it.
-    std::optional<QVariant> readValue()
+    static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+    void skipSpace()
+    {
+        while (m_at < m_end && isSpace(*m_at))
+            ++m_at;
+    }
+
+    // Moves past @p terminator; false when the data ends first.
+    bool skipPast(const char *terminator)
+    {
+        const QByteArrayView rest(m_at, m_end - m_at);
+        const qsizetype found = rest.indexOf(QByteArrayView(terminator));
+        if (found < 0) {
+            m_at = m_end;
+            return fail(QStringLiteral("unexpected end of the property list"));
+        }
+        m_at += found + qsizetype(std::strlen(terminator));
+        return true;
+    }
+
+    // Whitespace, comments and processing instructions; stops at anything else.
+    bool skipMisc()
+    {
+        for (;;) {
+            skipSpace();
+            if (startsWith("<!--")) {
+                if (!skipPast("-->"))
+                    return false;
+            } else if (startsWith("<?")) {
+                if (!skipPast("?>"))
+                    return false;
+            } else {
+                return true;
+            }
+        }
+    }
+
+    bool readDoctype()
+    {
+        // No internal subset: entities declared there are how a small file becomes huge.
+        for (char quote = 0; m_at < m_end; ++m_at) {
+            if (quote) {
+                if (*m_at == quote)
+                    quote = 0;
+            } else if (*m_at == '"' || *m_at == '\'') {
+                quote = *m_at;
+            } else if (*m_at == '[') {
+                return fail(QStringLiteral("a DOCTYPE with declarations is not allowed"));
+            } else if (*m_at == '>') {
+                ++m_at;
+                return true;
+            }
+        }
+        return fail(QStringLiteral("unexpected end of the property list"));
+    }
+
+    static bool isNameChar(char c)
+    {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '_' || c == ':' || c == '-' || c == '.' || uchar(c) >= 0x80;
+    }
+
+    QByteArrayView readName()
+    {
+        const char *start = m_at;
+        while (m_at < m_end && isNameChar(*m_at))
+            ++m_at;
+        return QByteArrayView(start, m_at - start);
+    }
+
+    // A start, end or empty-element tag at the current '<'; attributes are checked, not kept.
+    bool readTag(Tag &tag)
+    {
+        if (m_at >= m_end || *m_at != '<')
+            return fail(m_at >= m_end ? QStringLiteral("unexpected end of the property list")
+                                      : QStringLiteral("text outside a value"));
+        ++m_at;
+        tag.closing = m_at < m_end && *m_at == '/';
+        m_at += tag.closing ? 1 : 0;
+        tag.name = readName();
+        tag.empty = false;
+        if (tag.name.isEmpty())
+            return fail(QStringLiteral("malformed tag"));
+        for (;;) {
+            const char *beforeSpace = m_at;
+            skipSpace();
+            if (m_at >= m_end)
+                return fail(QStringLiteral("unexpected end of the property list"));
+            if (*m_at == '>') {
+                ++m_at;
+                return true;
+            }
+            if (!tag.closing && startsWith("/>")) {
+                m_at += 2;
+                tag.empty = true;
+                return true;
+            }
+            if (tag.closing || m_at == beforeSpace || readName().isEmpty())
+                return fail(QStringLiteral("malformed tag"));
+            skipSpace();
+            if (m_at >= m_end || *m_at != '=')
+                return fail(QStringLiteral("malformed attribute"));
+            ++m_at;
+            skipSpace();
+            if (m_at >= m_end || (*m_at != '"' && *m_at != '\''))
+                return fail(QStringLiteral("malformed attribute"));
+            const char quote = *m_at++;
+            while (m_at < m_end && *m_at != quote && *m_at != '<')
+                ++m_at;
+            if (m_at >= m_end || *m_at != quote)
+                return fail(QStringLiteral("malformed attribute"));
+            ++m_at;
+        }
+    }
+
+    bool expectEndTag(QByteArrayView name)
+    {
+        Tag tag;
+        if (!readTag(tag))
+            return false;
+        if (!tag.closing || tag.name != name)
+            return fail(QStringLiteral("expected </%1>").arg(QString::fromUtf8(name)));
+        return true;
+    }
+
+    // Characters XML allows, as character references or raw.
+    static bool isXmlChar(char32_t c)
+    {
+        return c == 0x9 || c == 0xa || c == 0xd || (c >= 0x20 && c <= 0xd7ff) ||
+               (c >= 0xe000 && c <= 0xfffd) || (c >= 0x10000 && c <= 0x10ffff);
+    }
+
+    bool appendReference(QByteArray &out)
+    {
+        const char *start = ++m_at; // past '&'
+        while (m_at < m_end && *m_at != ';' && m_at - start < 12)
+            ++m_at;
+        if (m_at >= m_end || *m_at != ';')
+            return fail(QStringLiteral("malformed entity reference"));
+        const QByteArrayView name(start, m_at++ - start);
+        if (name == "lt")
+            out += '<';
+        else if (name == "gt")
+            out += '>';
+        else if (name == "amp")
+            out += '&';
+        else if (name == "quot")
+            out += '"';
+        else if (name == "apos")
+            out += '\'';
+        else if (name.startsWith('#')) {
+            const bool hex = name.startsWith("#x");
+            QByteArrayView digits = name.sliced(hex ? 2 : 1);
+            bool ok = !digits.isEmpty() && isNameChar(digits.front()) && digits.front() != '-';
+            const uint code = ok ? digits.toUInt(&ok, hex ? 16 : 10) : 0;
+            if (!ok || !isXmlChar(code))
+                return fail(QStringLiteral("invalid character reference &%1;")
+                                .arg(QString::fromUtf8(name)));
+            const char32_t character = code;
+            out += QString::fromUcs4(&character, 1).toUtf8();
+        } else {
+            return fail(QStringLiteral("unknown entity &%1;").arg(QString::fromUtf8(name)));
+        }
+        return true;
+    }
+
+    // Raw text up to @p stop, line ends normalised as XML requires; control characters refused.
+    bool appendRaw(QByteArray &out, const char *stop)
+    {
+        const char *run = m_at;
+        for (; m_at < stop; ++m_at) {
+            const auto c = uchar(*m_at);
+            if (c >= 0x20 || c == '\t' || c == '\n')
+                continue;
+            if (c != '\r')
+                return fail(QStringLiteral("control character U+%1 in text")
+                                .arg(uint(c), 4, 16, QLatin1Char('0')));
+            out.append(run, m_at - run);
+            out += '\n';
+            if (m_at + 1 < stop && m_at[1] == '\n')
+                ++m_at;
+            run = m_at + 1;
+        }
+        out.append(run, m_at - run);
+        return true;
+    }
+
+    // The text of the element whose start tag was just read, through its end tag.
+    std::optional<QString> readText(QByteArrayView element)
+    {
+        QByteArray utf8;
+        for (;;) {
+            const char *next = m_at;
+            while (next < m_end && *next != '<' && *next != '&')
+                ++next;
+            if (!appendRaw(utf8, next))
+                return std::nullopt;
+            if (m_at >= m_end)
+                return fail(QStringLiteral("unexpected end of the property list")), std::nullopt;
+            if (*m_at == '&') {
+                if (!appendReference(utf8))
+                    return std::nullopt;
+            } else if (startsWith("<![CDATA[")) {
+                m_at += 9;
+                const qsizetype end = QByteArrayView(m_at, m_end - m_at).indexOf("]]>");
+                if (end < 0)
+                    return fail(QStringLiteral("unterminated CDATA")), std::nullopt;
+                if (!appendRaw(utf8, m_at + end))
+                    return std::nullopt;
+                m_at += 3;
+            } else if (startsWith("<!--")) {
+                if (!skipPast("-->"))
+                    return std::nullopt;
+            } else if (startsWith("<?")) {
+                if (!skipPast("?>"))
+                    return std::nullopt;
+            } else {
+                if (!startsWith("</"))
+                    return fail(QStringLiteral("<%1> holds more than text")
+                                    .arg(QString::fromUtf8(element))),
+                           std::nullopt;
+                if (!expectEndTag(element))
+                    return std::nullopt;
+                QStringDecoder decoder(QStringDecoder::Utf8);
+                QString text = decoder(utf8);
+                if (decoder.hasError())
+                    return fail(QStringLiteral("text is not UTF-8")), std::nullopt;
+                return text;
+            }
+        }
+    }
+
+    std::optional<QVariant> readDocument()
+    {
+        if (startsWith("\xef\xbb\xbf"))
+            m_at += 3;
+        if (!skipMisc())
+            return std::nullopt;
+        if (startsWith("<!DOCTYPE")) {
+            if (!readDoctype() || !skipMisc())
+                return std::nullopt;
+        }
+        Tag tag;
+        if (!readTag(tag))
+            return std::nullopt;
+        if (tag.closing || tag.empty || tag.name != "plist")
+            return fail(QStringLiteral("no <plist> element with a value")), std::nullopt;
+        if (!skipMisc() || !readTag(tag))
+            return std::nullopt;
+        if (tag.closing)
+            return fail(QStringLiteral("no <plist> element with a value")), std::nullopt;
+        std::optional<QVariant> root = readValue(tag);
+        if (!root || !skipMisc() || !expectEndTag("plist") || !skipMisc())
+            return std::nullopt;
+        if (m_at != m_end)
+            return fail(QStringLiteral("content after </plist>")), std::nullopt;
+        return root;
+    }
+
+    // The value whose start tag is @p tag, with everything inside it.
+    std::optional<QVariant> readValue(Tag tag)
     {
         QList<Container> open;
         for (;;) {
             std::optional<QVariant> value;
-            const QStringView name = m_xml.name();
-            if (name == u"dict" || name == u"array") {
-                if (open.size() >= maximumDepth)
-                    return fail(QStringLiteral("property list nests too deeply")), std::nullopt;
-                open.append(Container{name == u"dict", {}, {}, {}});
-            } else if (name == u"key") {
-                if (open.isEmpty() || !open.last().isDict || open.last().key)
-                    return fail(QStringLiteral("misplaced <key>")), std::nullopt;
-                std::optional<QString> key = readText();
-                if (!key)
-                    return std::nullopt;
-                open.last().key = std::move(*key);
-            } else {
-                value = readScalar(name);
-                if (!value)
-                    return std::nullopt;
-            }
-
-            // Closes containers until one is left open, or the outermost value is complete.
-            for (;;) {
-                if (value) {
-                    if (open.isEmpty())
-                        return value;
-                    Container &parent = open.last();
-                    if (parent.isDict) {
-                        if (!parent.key)
-                            return fail(QStringLiteral("a value without a <key>")), std::nullopt;
-                        parent.map.insert(*parent.key, std::move(*value));
-                        parent.key.reset();
-                    } else {
-                        parent.list.append(std::move(*value));
-                    }
-                    value.reset();
-                }
-                if (!nextTag())
-                    return std::nullopt;
-                if (m_xml.isStartElement())
-                    break;
-                // The end tag of the innermost open container.
+            if (tag.closing) {
+                if (open.isEmpty())
+                    return fail(QStringLiteral("unexpected end tag")), std::nullopt;
                 Container closed = open.takeLast();
+                if (tag.name != (closed.isDict ? "dict" : "array"))
+                    return fail(QStringLiteral("mismatched end tag")), std::nullopt;
                 if (closed.isDict && closed.key)
                     return fail(QStringLiteral("a <key> without a value")), std::nullopt;
                 value = closed.isDict ? QVariant(std::move(closed.map))
                                       : QVariant(std::move(closed.list));
+            } else if (tag.name == "dict" || tag.name == "array") {
+                if (open.size() >= maximumDepth)
+                    return fail(QStringLiteral("property list nests too deeply")), std::nullopt;
+                if (tag.empty)
+                    value = tag.name == "dict" ? QVariant(QVariantMap()) : QVariant(QVariantList());
+                else
+                    open.append(Container{tag.name == "dict", {}, {}, {}});
+            } else if (tag.name == "key") {
+                if (open.isEmpty() || !open.last().isDict || open.last().key)
+                    return fail(QStringLiteral("misplaced <key>")), std::nullopt;
+                std::optional<QString> key = tag.empty ? QString() : readText(tag.name);
+                if (!key)
+                    return std::nullopt;
+                open.last().key = std::move(*key);
+            } else {
+                value = readScalar(tag);
+                if (!value)
+                    return std::nullopt;
             }
+
+            if (value) {
+                if (open.isEmpty())
+                    return value;
+                Container &parent = open.last();
+                if (parent.isDict) {
+                    if (!parent.key)
+                        return fail(QStringLiteral("a value without a <key>")), std::nullopt;
+                    parent.map.insert(*parent.key, std::move(*value));
+                    parent.key.reset();
+                } else {
+                    parent.list.append(std::move(*value));
+                }
+            }
+            if (!skipMisc() || !readTag(tag))
+                return std::nullopt;
         }
     }
 
-    // Moves to the next start or end tag, past whitespace and comments.
-    bool nextTag()
+    std::optional<QVariant> readScalar(const Tag &tag)
     {
-        for (;;) {
-            switch (m_xml.readNext()) {
-            case QXmlStreamReader::StartElement:
-            case QXmlStreamReader::EndElement:
-                return true;
-            case QXmlStreamReader::Comment:
-            case QXmlStreamReader::ProcessingInstruction:
-                break;
-            case QXmlStreamReader::Characters:
-                if (m_xml.isWhitespace())
-                    break;
-                return fail(QStringLiteral("text outside a value"));
-            case QXmlStreamReader::EntityReference:
-                return fail(QStringLiteral("unknown entity &%1;").arg(m_xml.name()));
-            default:
-                return fail(QStringLiteral("unexpected end of the property list"));
-            }
-        }
-    }
-
-    // The text up to the end tag of the current element, which may hold no elements.
-    std::optional<QString> readText()
-    {
-        QString text;
-        for (;;) {
-            switch (m_xml.readNext()) {
-            case QXmlStreamReader::Characters:
-                text.append(m_xml.text());
-                break;
-            case QXmlStreamReader::Comment:
-            case QXmlStreamReader::ProcessingInstruction:
-                break;
-            case QXmlStreamReader::EndElement:
-                return text;
-            case QXmlStreamReader::EntityReference:
-                return fail(QStringLiteral("unknown entity &%1;").arg(m_xml.name())), std::nullopt;
-            default:
-                return fail(QStringLiteral("<%1> holds more than text").arg(m_elementName)),
-                       std::nullopt;
-            }
-        }
-    }
-
-    std::optional<QVariant> readScalar(QStringView name)
-    {
-        m_elementName = name.toString();
-        std::optional<QString> text = readText();
+        const QByteArrayView name = tag.name;
+        std::optional<QString> text = tag.empty ? QString() : readText(name);
         if (!text)
             return std::nullopt;
         QVariant value;
-        if (m_elementName == u"string")
+        if (name == "string")
             return QVariant(std::move(*text));
-        if (m_elementName == u"integer")
+        if (name == "integer")
             value = integer(*text);
-        else if (m_elementName == u"real")
+        else if (name == "real")
             value = real(*text);
-        else if (m_elementName == u"true" || m_elementName == u"false")
-            value = text->trimmed().isEmpty() ? QVariant(m_elementName == u"true") : QVariant();
-        else if (m_elementName == u"date")
+        else if (name == "true" || name == "false")
+            value = text->trimmed().isEmpty() ? QVariant(name == "true") : QVariant();
+        else if (name == "date")
             value = date(*text);
-        else if (m_elementName == u"data")
+        else if (name == "data")
             value = data(*text);
         else
-            return fail(QStringLiteral("unknown element <%1>").arg(m_elementName)), std::nullopt;
+            return fail(QStringLiteral("unknown element <%1>").arg(QString::fromUtf8(name))),
+                   std::nullopt;
         if (!value.isValid())
-            return fail(QStringLiteral("invalid <%1>%2</%1>").arg(m_elementName, text->left(40))),
+            return fail(QStringLiteral("invalid <%1>%2</%1>")
+                            .arg(QString::fromUtf8(name), text->left(40))),
                    std::nullopt;
         return value;
     }
@@ -399,9 +598,10 @@ private:
         return decoded ? QVariant(std::move(*decoded)) : QVariant();
     }
 
-    QXmlStreamReader m_xml;
+    const char *m_at;
+    const char *m_begin;
+    const char *m_end;
     QString m_error;
-    QString m_elementName;
 };
 
 class XmlWriter

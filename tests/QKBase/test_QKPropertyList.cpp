@@ -357,6 +357,31 @@ TEST(QKPropertyList, invalidValuesMakeTheFileCorrupt)
     }
 }
 
+TEST(QKPropertyList, xmlReadsAsAnyXmlReaderWould)
+{
+    const QByteArray xml("\xef\xbb\xbf<?xml version='1.0'?>\r\n<!-- note -->\n"
+                         "<!DOCTYPE plist PUBLIC \"-//x//EN\" \"a>b.dtd\">\n"
+                         "<plist version=\"1.0\" x = 'y'><dict>\r\n<key>a<!-- c --></key>"
+                         "<string>1\r\n2\r3<![CDATA[<&]]>&#x41;&#66;&quot;&apos;</string>"
+                         "<key/><string/><key>e</key><array/></dict></plist>\n");
+    const QVariantMap expected{
+        {u"a"_s, u"1\n2\n3<&AB\"'"_s}, {u""_s, u""_s}, {u"e"_s, QVariantList()}};
+    QString error;
+    EXPECT_EQ(json(QKPropertyList::fromData(xml, &error)), json(expected)) << error.toStdString();
+
+    for (const char *bad :
+         {"<plist><string>a</strin></plist>", "<plist><dict></array></plist>",
+          "<plist><string>a</string></plist><plist/>", "<plist><string>a</string><true/></plist>",
+          "<plist><string>&#1;</string></plist>", "<plist><string>\xff</string></plist>",
+          "<plist><dict><string>no key</string></dict></plist>", "<plist/>", "<dict/>",
+          "<!DOCTYPE plist [<!ENTITY a \"b\">]><plist><string>&a;</string></plist>",
+          "<plist a=b><true/></plist>", "<plist><string><![CDATA[x</string></plist>"}) {
+        SCOPED_TRACE(bad);
+        EXPECT_FALSE(QKPropertyList::fromData(bad, &error).isValid());
+        EXPECT_TRUE(error.contains(u"line 1, column"_s)) << error.toStdString();
+    }
+}
+
 TEST(QKPropertyList, deepSharedAndLoopingBinaryGraphsAreRefused)
 {
     // Each array holds the next: 100,000 deep, as a chain, through every object twice
