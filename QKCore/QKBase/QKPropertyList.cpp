@@ -9,6 +9,8 @@
 #include <QTimeZone>
 #include <QtEndian>
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>

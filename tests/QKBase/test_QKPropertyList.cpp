@@ -304,7 +304,9 @@ TEST(QKPropertyList, binaryStringsKeepNulAndXmlRefusesWhatItCannotCarry)
 
 TEST(QKPropertyList, carriageReturnsAndNegativeZeroRoundTrip)
 {
-    const QVariantMap tree{{u"line\rend"_s, u"a\rb\r\nc\n"_s}, {u"zero"_s, -0.0}};
+    const QVariantMap tree{{u"line\rend"_s, u"a\rb\r\nc\n"_s},
+                           {u"zero"_s, -0.0},
+                           {u"infinite"_s, QVariantList{qInf(), -qInf()}}};
     for (Format format : {Format::Xml, Format::Binary}) {
         const QString path = homeFile(u"cr.plist"_s);
         ASSERT_TRUE(QKPropertyList::writeFile(tree, path, format));
