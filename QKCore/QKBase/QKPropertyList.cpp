@@ -119,6 +119,82 @@ QVariant dateFromSeconds(double seconds)
 
 // ---- XML -------------------------------------------------------------------------------------
 
+// Decimal or 0x-prefixed hexadecimal; unsigned values above INT64_MAX wrap.
+QVariant integerFromXml(QStringView text)
+{
+    text = text.trimmed();
+    const bool negative = text.startsWith(u'-');
+    QStringView digits = negative || text.startsWith(u'+') ? text.mid(1) : text;
+    int base = 10;
+    if (digits.startsWith(u"0x") || digits.startsWith(u"0X")) {
+        digits = digits.mid(2);
+        base = 16;
+    }
+    // toULongLong would take a second sign or inner spaces.
+    if (digits.isEmpty() || !digits.front().isLetterOrNumber())
+        return QVariant();
+    bool ok = false;
+    const quint64 magnitude = digits.toULongLong(&ok, base);
+    if (!ok || (negative && magnitude > quint64(std::numeric_limits<qint64>::max()) + 1))
+        return QVariant();
+    return QVariant::fromValue<qint64>(qint64(negative ? 0 - magnitude : magnitude));
+}
+
+QVariant realFromXml(QStringView text)
+{
+    bool ok = false;
+    const double value = text.trimmed().toDouble(&ok);
+    return ok ? QVariant(value) : QVariant();
+}
+
+// "2024-02-29T13:45:30Z", optionally with a fraction of a second.
+QVariant dateFromXml(QStringView text)
+{
+    text = text.trimmed();
+    const auto number = [&](qsizetype from, qsizetype length) {
+        int value = 0;
+        for (qsizetype i = from; i < from + length; ++i) {
+            if (!text[i].isDigit() || text[i].unicode() > '9')
+                return -1;
+            value = value * 10 + (text[i].unicode() - '0');
+        }
+        return value;
+    };
+    if (text.size() < 20 || !text.endsWith(u'Z') || text[4] != u'-' || text[7] != u'-' ||
+        text[10] != u'T' || text[13] != u':' || text[16] != u':')
+        return QVariant();
+    int msec = 0;
+    if (text.size() > 20) {
+        // A fraction is kept to the millisecond, rounded down.
+        const qsizetype digits = text.size() - 21;
+        if (text[19] != u'.' || digits < 1 || digits > 9 || number(20, digits) < 0)
+            return QVariant();
+        msec = number(20, std::min<qsizetype>(digits, 3));
+        for (qsizetype i = digits; i < 3; ++i)
+            msec *= 10;
+    }
+    const QDate day(number(0, 4), number(5, 2), number(8, 2));
+    const int hour = number(11, 2), minute = number(14, 2), second = number(17, 2);
+    if (!day.isValid() || !QTime::isValid(hour, minute, second, msec))
+        return QVariant();
+    return QDateTime(day, QTime(hour, minute, second, msec), QTimeZone::utc());
+}
+
+// Base64, with any whitespace between the characters; bad characters or padding refused.
+QVariant dataFromXml(QStringView text)
+{
+    QByteArray compact;
+    compact.reserve(text.size());
+    for (QChar c : text) {
+        if (c.unicode() > 0x7f)
+            return QVariant();
+        if (c != u' ' && c != u'\t' && c != u'\n' && c != u'\r')
+            compact.append(char(c.unicode()));
+    }
+    auto decoded = QByteArray::fromBase64Encoding(compact, QByteArray::AbortOnBase64DecodingErrors);
+    return decoded ? QVariant(std::move(*decoded)) : QVariant();
+}
+
 // A reader for the XML that property lists use: UTF-8, elements, text, the predefined entities
 // and character references, CDATA, comments and a DOCTYPE without an internal subset. Open
 // containers are kept on an explicit stack, so nesting costs heap rather than stack, and text
@@ -504,15 +580,15 @@ private:
         if (name == "string")
             return QVariant(std::move(*text));
         if (name == "integer")
-            value = integer(*text);
+            value = integerFromXml(*text);
         else if (name == "real")
-            value = real(*text);
+            value = realFromXml(*text);
         else if (name == "true" || name == "false")
             value = text->trimmed().isEmpty() ? QVariant(name == "true") : QVariant();
         else if (name == "date")
-            value = date(*text);
+            value = dateFromXml(*text);
         else if (name == "data")
-            value = data(*text);
+            value = dataFromXml(*text);
         else
             return fail(QStringLiteral("unknown element <%1>").arg(QString::fromUtf8(name))),
                    std::nullopt;
@@ -521,83 +597,6 @@ private:
                             .arg(QString::fromUtf8(name), text->left(40))),
                    std::nullopt;
         return value;
-    }
-
-    // Decimal or 0x-prefixed hexadecimal; unsigned values above INT64_MAX wrap.
-    static QVariant integer(QStringView text)
-    {
-        text = text.trimmed();
-        const bool negative = text.startsWith(u'-');
-        QStringView digits = negative || text.startsWith(u'+') ? text.mid(1) : text;
-        int base = 10;
-        if (digits.startsWith(u"0x") || digits.startsWith(u"0X")) {
-            digits = digits.mid(2);
-            base = 16;
-        }
-        // toULongLong would take a second sign or inner spaces.
-        if (digits.isEmpty() || !digits.front().isLetterOrNumber())
-            return QVariant();
-        bool ok = false;
-        const quint64 magnitude = digits.toULongLong(&ok, base);
-        if (!ok || (negative && magnitude > quint64(std::numeric_limits<qint64>::max()) + 1))
-            return QVariant();
-        return QVariant::fromValue<qint64>(qint64(negative ? 0 - magnitude : magnitude));
-    }
-
-    static QVariant real(QStringView text)
-    {
-        bool ok = false;
-        const double value = text.trimmed().toDouble(&ok);
-        return ok ? QVariant(value) : QVariant();
-    }
-
-    // "2024-02-29T13:45:30Z", optionally with a fraction of a second.
-    static QVariant date(QStringView text)
-    {
-        text = text.trimmed();
-        const auto number = [&](qsizetype from, qsizetype length) {
-            int value = 0;
-            for (qsizetype i = from; i < from + length; ++i) {
-                if (!text[i].isDigit() || text[i].unicode() > '9')
-                    return -1;
-                value = value * 10 + (text[i].unicode() - '0');
-            }
-            return value;
-        };
-        if (text.size() < 20 || !text.endsWith(u'Z') || text[4] != u'-' || text[7] != u'-' ||
-            text[10] != u'T' || text[13] != u':' || text[16] != u':')
-            return QVariant();
-        int msec = 0;
-        if (text.size() > 20) {
-            // A fraction is kept to the millisecond, rounded down.
-            const qsizetype digits = text.size() - 21;
-            if (text[19] != u'.' || digits < 1 || digits > 9 || number(20, digits) < 0)
-                return QVariant();
-            msec = number(20, std::min<qsizetype>(digits, 3));
-            for (qsizetype i = digits; i < 3; ++i)
-                msec *= 10;
-        }
-        const QDate day(number(0, 4), number(5, 2), number(8, 2));
-        const int hour = number(11, 2), minute = number(14, 2), second = number(17, 2);
-        if (!day.isValid() || !QTime::isValid(hour, minute, second, msec))
-            return QVariant();
-        return QDateTime(day, QTime(hour, minute, second, msec), QTimeZone::utc());
-    }
-
-    // Base64, with any whitespace between the characters; bad characters or padding refused.
-    static QVariant data(QStringView text)
-    {
-        QByteArray compact;
-        compact.reserve(text.size());
-        for (QChar c : text) {
-            if (c.unicode() > 0x7f)
-                return QVariant();
-            if (c != u' ' && c != u'\t' && c != u'\n' && c != u'\r')
-                compact.append(char(c.unicode()));
-        }
-        auto decoded =
-            QByteArray::fromBase64Encoding(compact, QByteArray::AbortOnBase64DecodingErrors);
-        return decoded ? QVariant(std::move(*decoded)) : QVariant();
     }
 
     const char *m_at;
@@ -1019,7 +1018,7 @@ void appendBigEndian(QByteArray &out, quint64 value, int size)
 }
 
 // Scalars go out as they come; containers wait until the number of objects, and so the size
-// of a reference, is known. Equal strings (the keys of a catalogue) are stored once.
+// of a reference, is known.
 class BinaryWriter
 {
 public:
@@ -1032,7 +1031,7 @@ public:
         const int refSize = bytesFor(count);
         for (const Container &container : std::as_const(m_containers)) {
             m_offsets[container.id] = quint64(m_out.size());
-            appendMarker(container.marker, container.size);
+            appendMarker(m_out, container.marker, quint64(container.size));
             const qsizetype refs = container.marker == 0xd0 ? 2 * container.size : container.size;
             for (qsizetype i = 0; i < refs; ++i)
                 appendBigEndian(m_out, m_refs[container.firstRef + i], refSize);
@@ -1059,22 +1058,97 @@ private:
         qsizetype firstRef;
     };
 
-    void appendMarker(uchar marker, quint64 length)
+    static void appendMarker(QByteArray &out, uchar marker, quint64 length)
     {
         if (length < 0x0f) {
-            m_out.append(char(marker | length));
+            out.append(char(marker | length));
             return;
         }
-        m_out.append(char(marker | 0x0f));
+        out.append(char(marker | 0x0f));
         const int size = bytesFor(length);
-        m_out.append(char(0x10 | std::countr_zero(unsigned(size))));
-        appendBigEndian(m_out, length, size);
+        out.append(char(0x10 | std::countr_zero(unsigned(size))));
+        appendBigEndian(out, length, size);
+    }
+
+    static QByteArray encodeString(const QString &string)
+    {
+        const auto *chars = reinterpret_cast<const char16_t *>(string.utf16());
+        const qsizetype size = string.size();
+        const bool ascii = std::all_of(chars, chars + size, [](char16_t c) { return c < 0x80; });
+        QByteArray object;
+        appendMarker(object, ascii ? 0x50 : 0x60, quint64(size));
+        if (ascii)
+            return object + string.toLatin1();
+        const qsizetype at = object.size();
+        object.resize(at + 2 * size);
+        qToBigEndian<char16_t>(chars, size, object.data() + at);
+        return object;
+    }
+
+    static bool encodeScalar(const QVariant &value, Kind kind, QByteArray &object, QString *error)
+    {
+        switch (kind) {
+        case Kind::String:
+            object = encodeString(value.toString());
+            return true;
+        case Kind::Boolean:
+            object = value.toBool() ? "\x09" : "\x08";
+            return true;
+        case Kind::Integer:
+        case Kind::Unsigned: {
+            const quint64 bits =
+                kind == Kind::Integer ? quint64(value.toLongLong()) : value.toULongLong();
+            if (kind == Kind::Unsigned && bits > quint64(std::numeric_limits<qint64>::max())) {
+                object = "\x14"; // a 128-bit integer keeps the value positive
+                appendBigEndian(object, 0, 8);
+                appendBigEndian(object, bits, 8);
+                return true;
+            }
+            const int size = qint64(bits) < 0 ? 8 : bytesFor(bits);
+            object.append(char(0x10 | std::countr_zero(unsigned(size))));
+            appendBigEndian(object, bits, size);
+            return true;
+        }
+        case Kind::Real:
+            object = "\x23";
+            appendBigEndian(object, std::bit_cast<quint64>(value.toDouble()), 8);
+            return true;
+        case Kind::Data: {
+            const QByteArray data = value.toByteArray();
+            appendMarker(object, 0x40, quint64(data.size()));
+            object.append(data);
+            return true;
+        }
+        case Kind::Date: {
+            const std::optional<qint64> msecs = dateMSecs(value, error);
+            if (!msecs)
+                return false;
+            object = "\x33";
+            appendBigEndian(object, std::bit_cast<quint64>(double(*msecs) / 1000.0), 8);
+            return true;
+        }
+        default:
+            setError(error, unstorableError(value));
+            return false;
+        }
     }
 
     qsizetype newObject()
     {
         m_offsets.append(quint64(m_out.size()));
         return m_offsets.size() - 1;
+    }
+
+    // Equal scalars are stored once, as other writers do.
+    qsizetype intern(const QByteArray &object)
+    {
+        const auto known = m_scalars.constFind(object);
+        if (known != m_scalars.constEnd())
+            return *known;
+        const qsizetype id = newObject();
+        m_out.append(object);
+        m_scalars.insert(object, id);
+        return id;
     }
 
     bool add(const QVariant &value, int depth, QString *error, qsizetype *id = nullptr)
@@ -1084,80 +1158,14 @@ private:
             return false;
         }
         const Kind kind = kindOf(value);
-        if (kind == Kind::String)
-            return addString(value.toString(), id);
         if (kind == Kind::Dict || kind == Kind::Array)
             return addContainer(value, kind, depth, error, id);
-
-        const qsizetype self = newObject();
-        if (id)
-            *id = self;
-        switch (kind) {
-        case Kind::Boolean:
-            m_out.append(value.toBool() ? '\x09' : '\x08');
-            return true;
-        case Kind::Integer:
-        case Kind::Unsigned: {
-            const quint64 bits =
-                kind == Kind::Integer ? quint64(value.toLongLong()) : value.toULongLong();
-            if (kind == Kind::Unsigned && bits > quint64(std::numeric_limits<qint64>::max())) {
-                m_out.append('\x14'); // a 128-bit integer keeps the value positive
-                appendBigEndian(m_out, 0, 8);
-                appendBigEndian(m_out, bits, 8);
-                return true;
-            }
-            const int size = qint64(bits) < 0 ? 8 : bytesFor(bits);
-            m_out.append(char(0x10 | std::countr_zero(unsigned(size))));
-            appendBigEndian(m_out, bits, size);
-            return true;
-        }
-        case Kind::Real:
-            m_out.append('\x23');
-            appendBigEndian(m_out, std::bit_cast<quint64>(value.toDouble()), 8);
-            return true;
-        case Kind::Data: {
-            const QByteArray data = value.toByteArray();
-            appendMarker(0x40, quint64(data.size()));
-            m_out.append(data);
-            return true;
-        }
-        case Kind::Date: {
-            const std::optional<qint64> msecs = dateMSecs(value, error);
-            if (!msecs)
-                return false;
-            m_out.append('\x33');
-            appendBigEndian(m_out, std::bit_cast<quint64>(double(*msecs) / 1000.0), 8);
-            return true;
-        }
-        default:
-            setError(error, unstorableError(value));
+        QByteArray object;
+        if (!encodeScalar(value, kind, object, error))
             return false;
-        }
-    }
-
-    bool addString(const QString &string, qsizetype *id)
-    {
-        const auto known = m_strings.constFind(string);
-        if (known != m_strings.constEnd()) {
-            if (id)
-                *id = *known;
-            return true;
-        }
-        const qsizetype self = newObject();
-        m_strings.insert(string, self);
+        const qsizetype self = intern(object);
         if (id)
             *id = self;
-        const auto *chars = reinterpret_cast<const char16_t *>(string.utf16());
-        const qsizetype size = string.size();
-        const bool ascii = std::all_of(chars, chars + size, [](char16_t c) { return c < 0x80; });
-        appendMarker(ascii ? 0x50 : 0x60, quint64(size));
-        if (ascii) {
-            m_out.append(string.toLatin1());
-            return true;
-        }
-        const qsizetype at = m_out.size();
-        m_out.resize(at + 2 * size);
-        qToBigEndian<char16_t>(chars, size, m_out.data() + at);
         return true;
     }
 
@@ -1185,9 +1193,8 @@ private:
             m_refs.resize(m_refs.size() + 2 * map.size());
             qsizetype i = 0;
             for (auto it = map.cbegin(); it != map.cend(); ++it, ++i) {
-                qsizetype key = 0;
+                const qsizetype key = intern(encodeString(it.key()));
                 qsizetype child = 0;
-                addString(it.key(), &key);
                 if (!add(it.value(), depth + 1, error, &child))
                     return false;
                 m_refs[container.firstRef + i] = quint64(key);
@@ -1202,7 +1209,7 @@ private:
     QList<quint64> m_offsets;
     QList<quint64> m_refs;
     QList<Container> m_containers;
-    QHash<QString, qsizetype> m_strings;
+    QHash<QByteArray, qsizetype> m_scalars;
 };
 
 } // namespace
