@@ -15,6 +15,11 @@ class QString;
  * to one of these (int, uint, float, QStringList, QVariantHash...).
  *
  * Binary lists keep dates to the millisecond; XML keeps whole seconds (rounded down).
+ * Binary lists carry any string; XML cannot carry control characters other than tab, line feed
+ * and carriage return, nor U+FFFE, U+FFFF or unpaired surrogates, so such a string fails to
+ * write as XML. Reading refuses, as corrupt, values that do not parse (an integer beyond 64
+ * bits, a malformed date or Base64), nesting deeper than 512 levels and binary object graphs
+ * that loop or expand far beyond their file.
  */
 class QKBASE_EXPORT QKPropertyList
 {

@@ -10,6 +10,7 @@
 #include <QLoggingCategory>
 #include <QMutex>
 #include <QRegularExpression>
+#include <QSaveFile>
 
 #include <cmath>
 
@@ -39,6 +40,8 @@ struct QKUserDefaults::Private
     QString filePath;
     QVariantMap registered;
     QVariantMap persistent;
+    // The file on disk holds something unreadable, which the next save must not destroy.
+    bool keepUnreadableFile = false;
 
     void load()
     {
@@ -51,7 +54,8 @@ struct QKUserDefaults::Private
             return;
         }
         // Keep the unreadable file untouched until a setting changes, so nothing is lost to
-        // a passing read error; the next save replaces it.
+        // a passing read error; the next save moves it aside first.
+        keepUnreadableFile = true;
         qCWarning(lcDefaults).noquote()
             << "Ignoring unreadable user defaults" << filePath << ":"
             << (error.isEmpty() ? QStringLiteral("root is not a dictionary") : error);
@@ -60,12 +64,34 @@ struct QKUserDefaults::Private
     bool save()
     {
         QDir().mkpath(QFileInfo(filePath).absolutePath());
+        if (keepUnreadableFile && !backUpUnreadableFile())
+            return false;
         QString error;
         if (QKPropertyList::writeFile(persistent, filePath, QKPropertyList::Format::Xml, true,
                                       &error))
             return true;
         qCWarning(lcDefaults).noquote()
             << "Could not save user defaults to" << filePath << ":" << error;
+        return false;
+    }
+
+    // Copies the unreadable file to "<name>.plist.corrupt", replacing an older copy.
+    bool backUpUnreadableFile()
+    {
+        const QString backup = filePath + QStringLiteral(".corrupt");
+        QFile file(filePath);
+        QSaveFile copy(backup);
+        if (file.open(QIODevice::ReadOnly) && copy.open(QIODevice::WriteOnly) &&
+            copy.write(file.readAll()) == file.size() && copy.commit()) {
+            qCWarning(lcDefaults).noquote()
+                << "Kept the unreadable user defaults" << filePath << "as" << backup;
+            keepUnreadableFile = false;
+            return true;
+        }
+        qCWarning(lcDefaults).noquote()
+            << "Not saving user defaults: could not keep the unreadable" << filePath << "as"
+            << backup << ":"
+            << (file.error() != QFile::NoError ? file.errorString() : copy.errorString());
         return false;
     }
 
@@ -193,7 +219,7 @@ void QKUserDefaults::setObject(const QVariant &value, const QString &key)
     }
     // A value the file cannot hold would make every later save fail, so it is refused alone.
     QString error;
-    if (QKPropertyList::toData(value, QKPropertyList::Format::Binary, &error).isEmpty()) {
+    if (QKPropertyList::toData(value, QKPropertyList::Format::Xml, &error).isEmpty()) {
         qCWarning(lcDefaults).noquote() << "Not storing user default" << key << ":" << error;
         return;
     }

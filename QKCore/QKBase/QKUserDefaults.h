@@ -13,7 +13,8 @@
  *
  * The file is "$XDG_CONFIG_HOME/Velmora/<application name>.plist" (XDG_CONFIG_HOME falling
  * back to ~/.config when unset or relative). A file that cannot be read is logged and treated as
- * empty; it is only replaced when a setting changes. Safe to use from any thread.
+ * empty; it is only replaced when a setting changes, after being copied to "<file>.corrupt".
+ * Safe to use from any thread.
  */
 class QKBASE_EXPORT QKUserDefaults
 {

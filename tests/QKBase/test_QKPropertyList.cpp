@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTimeZone>
+#include <QtEndian>
 
 #include <bit>
 #include <clocale>
@@ -88,6 +89,30 @@ std::string plistlib(const QStringList &arguments)
     return answer.toJson(QJsonDocument::Compact).toStdString();
 }
 
+// A big-endian 4-byte object reference.
+QByteArray ref(quint32 index)
+{
+    QByteArray bytes(4, '\0');
+    qToBigEndian(index, bytes.data());
+    return bytes;
+}
+
+// A binary property list of @p objects, references 4 bytes wide, the first object the root.
+QByteArray binary(const QList<QByteArray> &objects)
+{
+    QByteArray data("bplist00");
+    QByteArray table;
+    for (const QByteArray &object : objects) {
+        table += ref(quint32(data.size()));
+        data += object;
+    }
+    QByteArray trailer(32, '\0');
+    trailer[6] = trailer[7] = 4;
+    qToBigEndian(quint64(objects.size()), trailer.data() + 8);
+    qToBigEndian(quint64(data.size()), trailer.data() + 24);
+    return data + table + trailer;
+}
+
 class PropertyListFormats : public ::testing::TestWithParam<Format>
 {
 protected:
@@ -144,8 +169,9 @@ TEST_P(PropertyListFormats, truncatedOrCorruptedDataGivesAnError)
         SCOPED_TRACE(length);
         QString error;
         const QVariant value = QKPropertyList::fromData(data.left(length), &error);
-        // libplist forgives a missing "</plist>"; nothing may be lost though.
-        const bool forgivable = GetParam() == Format::Xml && length >= data.lastIndexOf("</dict>");
+        // Only the line break after "</plist>" may go missing.
+        const bool forgivable =
+            GetParam() == Format::Xml && length >= data.lastIndexOf("</plist>") + 8;
         EXPECT_TRUE(value.isValid() ? forgivable && json(value) == json(tree) : !error.isEmpty());
     }
 
@@ -252,18 +278,155 @@ TEST(QKPropertyList, garbageHostileAndMissingInputGiveAnError)
     EXPECT_FALSE(error.isEmpty());
 }
 
-TEST(QKPropertyList, stringsHoldingNulDoNotAbort)
+TEST(QKPropertyList, binaryStringsKeepNulAndXmlRefusesWhatItCannotCarry)
 {
-    // U+0000 in a UTF-16 key makes libplist assert; in XML it arrives as a raw byte.
-    const QString path = homeFile(u"nul.plist"_s);
-    plistlib({u"write-nul"_s, path});
-    QString error;
-    EXPECT_FALSE(QKPropertyList::readFile(path, &error).isValid());
-    EXPECT_FALSE(error.isEmpty());
+    const QString text = u"a\0b\u00e9"_s;
+    const QVariantMap tree{{u"\u00e9\0b"_s, text}, {u"ascii"_s, u"x\0y"_s}};
+    ASSERT_EQ(text.size(), 4);
+    const QString ours = homeFile(u"ours.plist"_s);
+    ASSERT_TRUE(QKPropertyList::writeFile(tree, ours, Format::Binary));
+    EXPECT_EQ(json(QKPropertyList::readFile(ours)), json(tree));
+    EXPECT_EQ(plistlib({u"read"_s, ours}), json(tree));
 
-    const QByteArray xml("<plist><dict><key>k</key><string>c\0d</string></dict></plist>", 60);
-    const QVariant value = QKPropertyList::fromData(xml, &error);
-    EXPECT_TRUE(value.toMap().value(u"k"_s).toString().startsWith(u'c'));
+    const QString theirs = homeFile(u"theirs.plist"_s);
+    EXPECT_EQ(json(QKPropertyList::readFile(theirs)), plistlib({u"write-nul"_s, theirs}));
+
+    // XML cannot hold these even as references: refused, not altered.
+    for (const QString &bad : {text, u"bell\a"_s, QString(QChar(0xffff)), QString(QChar(0xd800))}) {
+        QString error;
+        EXPECT_TRUE(QKPropertyList::toData(QVariantList{bad}, Format::Xml, &error).isEmpty());
+        EXPECT_FALSE(error.isEmpty());
+    }
+    QString error;
+    const QByteArray raw("<plist><dict><key>k</key><string>c\0d</string></dict></plist>", 60);
+    EXPECT_FALSE(QKPropertyList::fromData(raw, &error).isValid());
+    EXPECT_FALSE(error.isEmpty());
+}
+
+TEST(QKPropertyList, carriageReturnsAndNegativeZeroRoundTrip)
+{
+    const QVariantMap tree{{u"line\rend"_s, u"a\rb\r\nc\n"_s},
+                           {u"zero"_s, -0.0},
+                           {u"infinite"_s, QVariantList{qInf(), -qInf()}}};
+    for (Format format : {Format::Xml, Format::Binary}) {
+        const QString path = homeFile(u"cr.plist"_s);
+        ASSERT_TRUE(QKPropertyList::writeFile(tree, path, format));
+        if (format == Format::Xml) {
+            EXPECT_TRUE(readAll(path).contains("a&#13;b&#13;\nc")) << readAll(path).toStdString();
+        }
+        EXPECT_EQ(json(QKPropertyList::readFile(path)), json(tree));
+        EXPECT_EQ(plistlib({u"read"_s, path}), json(tree));
+    }
+}
+
+TEST(QKPropertyList, invalidValuesMakeTheFileCorrupt)
+{
+    const auto xml = [](const char *value) {
+        return QByteArray("<plist><array>") + value + "</array></plist>";
+    };
+    for (const char *bad :
+         {"<integer>99999999999999999999999</integer>", "<integer>-9223372036854775809</integer>",
+          "<integer></integer>", "<integer>12abc</integer>", "<integer>--1</integer>",
+          "<integer>1 2</integer>", "<real>one</real>", "<date>not a date</date>",
+          "<date>2024-02-30T00:00:00Z</date>", "<date>2024-02-29T13:45:30</date>",
+          "<data>not*base64</data>", "<data>QUJD=</data>", "<true>yes</true>",
+          "<string>a<b/></string>", "<string>&unknown;</string>", "<color>red</color>"}) {
+        SCOPED_TRACE(bad);
+        QString error;
+        EXPECT_FALSE(QKPropertyList::fromData(xml(bad), &error).isValid());
+        EXPECT_FALSE(error.isEmpty());
+    }
+    const QVariantList good{qint64(-1),
+                            qint64(-1),
+                            std::numeric_limits<qint64>::min(),
+                            qint64(255),
+                            utc(2024, 2, 29, 13, 45, 30, 120),
+                            QByteArray("ABC")};
+    EXPECT_EQ(json(QKPropertyList::fromData(xml("<integer>18446744073709551615</integer>"
+                                                "<integer> -1 </integer>"
+                                                "<integer>-9223372036854775808</integer>"
+                                                "<integer>0xff</integer>"
+                                                "<date>2024-02-29T13:45:30.12Z</date>"
+                                                "<data>\n\tQUJD\n</data>"))),
+              json(good));
+
+    // A 128-bit integer beyond 64 bits, a date of NaN seconds.
+    for (const QByteArray &object :
+         {QByteArray("\x14\x00\x00\x00\x00\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00\x00", 17),
+          QByteArray("\x33\x7f\xf8\x00\x00\x00\x00\x00\x00", 9)}) {
+        QString error;
+        EXPECT_FALSE(QKPropertyList::fromData(binary({object}), &error).isValid());
+        EXPECT_FALSE(error.isEmpty());
+    }
+}
+
+TEST(QKPropertyList, xmlReadsAsAnyXmlReaderWould)
+{
+    const QByteArray xml("\xef\xbb\xbf<?xml version='1.0'?>\r\n<!-- note -->\n"
+                         "<!DOCTYPE plist PUBLIC \"-//x//EN\" \"a>b.dtd\">\n"
+                         "<plist version=\"1.0\" x = 'y'><dict>\r\n<key>a<!-- c --></key>"
+                         "<string>1\r\n2\r3<![CDATA[<&]]>&#x41;&#66;&quot;&apos;</string>"
+                         "<key/><string/><key>e</key><array/></dict></plist>\n");
+    const QVariantMap expected{
+        {u"a"_s, u"1\n2\n3<&AB\"'"_s}, {u""_s, u""_s}, {u"e"_s, QVariantList()}};
+    QString error;
+    EXPECT_EQ(json(QKPropertyList::fromData(xml, &error)), json(expected)) << error.toStdString();
+
+    for (const char *bad :
+         {"<plist><string>a</strin></plist>", "<plist><dict></array></plist>",
+          "<plist><string>a</string></plist><plist/>", "<plist><string>a</string><true/></plist>",
+          "<plist><string>&#1;</string></plist>", "<plist><string>\xff</string></plist>",
+          "<plist><dict><string>no key</string></dict></plist>", "<plist/>", "<dict/>",
+          "<!DOCTYPE plist [<!ENTITY a \"b\">]><plist><string>&a;</string></plist>",
+          "<plist a=b><true/></plist>", "<plist><string><![CDATA[x</string></plist>"}) {
+        SCOPED_TRACE(bad);
+        EXPECT_FALSE(QKPropertyList::fromData(bad, &error).isValid());
+        EXPECT_TRUE(error.contains(u"line 1, column"_s)) << error.toStdString();
+    }
+}
+
+TEST(QKPropertyList, deepSharedAndLoopingBinaryGraphsAreRefused)
+{
+    // Each array holds the next: 100,000 deep, as a chain, through every object twice
+    // (2^64 values when expanded), and back to the start.
+    const auto chain = [](int length, int refs, bool loop) {
+        QList<QByteArray> objects;
+        for (int i = 0; i < length; ++i)
+            objects << QByteArray(1, char(0xa0 + refs)) + ref(i + 1).repeated(refs);
+        objects << (loop ? QByteArray("\xa1") + ref(0) : QByteArray("\xa0"));
+        return binary(objects);
+    };
+    for (const QByteArray &data : {chain(100000, 1, false), chain(64, 2, false),
+                                   chain(100000, 1, true), binary({"\xa1" + ref(7)})}) {
+        QString error;
+        EXPECT_FALSE(QKPropertyList::fromData(data, &error).isValid());
+        EXPECT_FALSE(error.isEmpty());
+    }
+    // Sharing within the limits is fine.
+    EXPECT_EQ(QKPropertyList::fromData(chain(511, 1, false)).toList().size(), 1);
+    EXPECT_EQ(QKPropertyList::fromData(chain(8, 2, false)).toList().size(), 2);
+    EXPECT_FALSE(QKPropertyList::fromData(chain(512, 1, false)).isValid());
+}
+
+TEST(QKPropertyList, deepXmlIsRefusedAndStringsFullOfEntitiesRead)
+{
+    const auto nest = [](int depth) {
+        return "<plist>" + QByteArray("<dict><key>k</key>").repeated(depth) + "<true/>" +
+               QByteArray("</dict>").repeated(depth) + "</plist>";
+    };
+    EXPECT_TRUE(QKPropertyList::fromData(nest(512)).isValid());
+    for (int depth : {513, 1000000}) {
+        QString error;
+        EXPECT_FALSE(QKPropertyList::fromData(nest(depth), &error).isValid());
+        EXPECT_TRUE(error.contains(u"deep"_s)) << error.toStdString();
+    }
+
+    const QString lessThan(200000, u'<');
+    EXPECT_EQ(QKPropertyList::fromData("<plist><string>" + QByteArray("&lt;").repeated(200000) +
+                                       "</string></plist>"),
+              QVariant(lessThan));
+    const QVariantMap tree{{u"text"_s, u"<&>"_s.repeated(300000)}};
+    EXPECT_EQ(QKPropertyList::fromData(QKPropertyList::toData(tree)), QVariant(tree));
 }
 
 TEST(QKPropertyList, failedWritesLeaveTheDiskAsItWas)

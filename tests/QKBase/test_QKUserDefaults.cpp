@@ -3,6 +3,7 @@
 #include "QKTestSupport.h"
 #include "QKUserDefaults.h"
 
+#include <QDir>
 #include <QFile>
 #include <QPoint>
 
@@ -90,7 +91,7 @@ TEST(QKUserDefaults, theApplicationsValuesLiveInAnXmlListInItsConfigFolder)
               homeFile(u"elsewhere/Velmora/Test Host.plist"_s));
 }
 
-TEST(QKUserDefaults, unreadableFilesAreIgnoredAndKeptUntilASettingChanges)
+TEST(QKUserDefaults, unreadableFilesAreIgnoredAndKeptAsideWhenASettingChanges)
 {
     const QString corrupt = homeFile(u"config/corrupt.plist"_s);
     const QByteArray garbage("bplist00 this is not what it claims to be");
@@ -112,8 +113,21 @@ TEST(QKUserDefaults, unreadableFilesAreIgnoredAndKeptUntilASettingChanges)
     defaults.removeObjectForKey(u"Absent"_s);
     EXPECT_TRUE(defaults.boolForKey(u"Registered"_s));
     EXPECT_EQ(QKTestEnvironment::readAll(corrupt), garbage);
+    const QString backup = corrupt + u".corrupt"_s;
+    ASSERT_TRUE(QKTestEnvironment::writeAll(backup, "an older unreadable file"));
     defaults.setObject(7, u"Fresh"_s);
     EXPECT_EQ(onDisk(defaults), QVariantMap({{u"Fresh"_s, qint64(7)}}));
+    EXPECT_EQ(QKTestEnvironment::readAll(backup), garbage);
+    defaults.setObject(8, u"Later"_s);
+    EXPECT_EQ(QKTestEnvironment::readAll(backup), garbage);
+
+    // Where the copy cannot be made, the unreadable file stays as it is.
+    QKUserDefaults blocked(array);
+    ASSERT_TRUE(QDir().mkpath(array + u".corrupt/inside"_s));
+    MessageCapture capture;
+    blocked.setObject(1, u"Key"_s);
+    EXPECT_EQ(QKPropertyList::readFile(array), QVariant(QVariantList{qint64(1), qint64(2)}));
+    EXPECT_EQ(capture.messages("qk.defaults").size(), 1);
 }
 
 TEST(QKUserDefaults, unstorableValuesAndUnwritableFoldersFailQuietly)
@@ -125,7 +139,8 @@ TEST(QKUserDefaults, unstorableValuesAndUnwritableFoldersFailQuietly)
     MessageCapture capture;
     defaults.setObject(QPoint(4, 5), u"Point"_s);
     defaults.setObject(QVariantList{1, QVariant()}, u"Holey"_s);
-    EXPECT_EQ(capture.messages("qk.defaults").size(), 2);
+    defaults.setObject(u"bell\a"_s, u"Bell"_s); // fine in binary, not in the XML file
+    EXPECT_EQ(capture.messages("qk.defaults").size(), 3);
     EXPECT_FALSE(defaults.hasKey(u"Point"_s));
     // Later saves are not blocked.
     defaults.setObject(u"kept"_s, u"Later"_s);
@@ -134,7 +149,7 @@ TEST(QKUserDefaults, unstorableValuesAndUnwritableFoldersFailQuietly)
     blocked.setObject(1, u"Key"_s);
     EXPECT_EQ(blocked.integerForKey(u"Key"_s), 1);
     EXPECT_FALSE(blocked.synchronize());
-    EXPECT_EQ(capture.messages("qk.defaults").size(), 4);
+    EXPECT_EQ(capture.messages("qk.defaults").size(), 5);
 }
 
 TEST(QKUserDefaults, concurrentSettersLoseNoKey)
