@@ -11,6 +11,7 @@
 
 #include <execinfo.h>
 #include <fcntl.h>
+#include <iterator>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -87,21 +88,21 @@ public:
     }
     FixedText &decimal(long long value, int width = 0)
     {
+        // Filled from the back, so the digits come out in reading order.
         char digits[24];
-        int count = 0;
+        char *first = std::end(digits) - 1;
+        *first = '\0';
         const bool negative = value < 0;
         unsigned long long magnitude = negative ? 0ULL - value : value;
         do {
-            digits[count++] = char('0' + magnitude % 10);
+            *--first = char('0' + magnitude % 10);
             magnitude /= 10;
         } while (magnitude != 0);
-        while (count < width)
-            digits[count++] = '0';
+        while (first > digits && std::end(digits) - 1 - first < width)
+            *--first = '0';
         if (negative)
             append('-');
-        while (count > 0)
-            append(digits[--count]);
-        return *this;
+        return append(first);
     }
     FixedText &hex(uintptr_t value)
     {
