@@ -163,11 +163,27 @@ apt-get install -s "$runtime" "$dev" > "$work/apt.log" 2>&1 ||
     fail "apt-get would not install the packages: $(tail -20 "$work/apt.log")"
 grep -q "^Inst libqkutilities-dev" "$work/apt.log" || fail "apt-get did not plan the install"
 
-step "install again, then uninstall"
+step "install over an earlier install, then uninstall"
+# Leftovers of an earlier version: a header it had, a build of the same SONAME, and the
+# imported-target file of a configuration no longer built, which names a missing library.
+stale_header=$prefix/include/QKUtilities/QKRetiredPanel.h
+stale_library=$prefix/$libdir/libQKUtilities.so.$soversion.0.9
+cmake_files=$prefix/$libdir/cmake/QKUtilities
+stale_targets=$cmake_files/QKUtilitiesTargets-retired.cmake
+echo '#error retired' > "$stale_header"
+cp "$prefix/$libdir/libQKUtilities.so.$version" "$stale_library"
+sed 's/\.so\./-gone.so./g' "$(find "$cmake_files" -name 'QKUtilitiesTargets-*.cmake' | head -1)" \
+    > "$stale_targets"
 echo 'garbage' > "$prefix/include/QKBase/QKMenus.h"
 install_into_prefix
+for stale in "$stale_header" "$stale_library" "$stale_targets"; do
+    [ ! -e "$stale" ] || fail "installing again left $stale behind"
+done
 cmp -s "$prefix/include/QKBase/QKMenus.h" "$source_dir/QKCore/QKBase/QKMenus.h" ||
     fail "installing again did not replace a changed header"
+cmake -S "$base_host" -B "$work/base-host-again" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF > "$work/base-host-again.log" 2>&1 ||
+    fail "find_package fails after installing again: $(tail -20 "$work/base-host-again.log")"
 diff <(sort "$build/install_manifest.txt") <(find "$prefix" ! -type d | sort) > "$work/manifest.diff" ||
     fail "the prefix holds more or less than the install manifest: $(cat "$work/manifest.diff")"
 cmake --build "$build" --target uninstall > "$work/uninstall.log" ||
