@@ -68,7 +68,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "zip")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "lshw, binutils")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
-    "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}\n The QKUtilities and QKBase shared libraries.")
+    "The QKUtilities and QKBase shared libraries.")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqkutilities-dev)
@@ -76,14 +76,16 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "${QK_DEB_RUNTIME} (= ${PROJECT_VERSION}), qt6-base-dev (>= ${QK_QT_MINIMUM_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
-    "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}\n Headers, CMake package and pkg-config files.")
+    "Headers, CMake package and pkg-config files.")
 
 if(QK_INSTALL_EXTRAS)
     list(APPEND CPACK_COMPONENTS_ALL Extras)
     set(CPACK_DEBIAN_EXTRAS_PACKAGE_NAME qkutilities-extras)
-    set(CPACK_DEBIAN_EXTRAS_PACKAGE_SHLIBDEPS ON)
-    set(CPACK_DEBIAN_EXTRAS_PACKAGE_DEPENDS "${QK_DEB_RUNTIME} (= ${PROJECT_VERSION})")
+    # dpkg-shlibdeps cannot see the libraries in the sibling package, so the list is ours.
+    set(CPACK_DEBIAN_EXTRAS_PACKAGE_SHLIBDEPS OFF)
+    set(CPACK_DEBIAN_EXTRAS_PACKAGE_DEPENDS "${QK_DEB_RUNTIME} (= ${PROJECT_VERSION}), \
+libqt6httpserver6 (>= ${QK_QT_MINIMUM_VERSION}), libqt6sql6-sqlite (>= ${QK_QT_MINIMUM_VERSION})")
     set(CPACK_DEBIAN_EXTRAS_DESCRIPTION
-        "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}\n Sound Lab and the loopback support site.")
+        "Sound Lab and the loopback support site.")
 endif()
 include(CPack)
