@@ -19,7 +19,6 @@ QK_PACKAGES=(
     build-essential cmake pkg-config ccache
     qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev qt6-websockets-dev libqt6sql6-sqlite
     libgl-dev libxkbcommon-dev
-    libplist-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     zip lshw binutils xvfb xdotool python3 curl locales
 )

@@ -144,7 +144,7 @@ runtime=$(find "$work/deb" -maxdepth 1 -name "libqkutilities${soversion}_${versi
 dev=$(find "$work/deb" -maxdepth 1 -name "libqkutilities-dev_${version}_*.deb")
 [ -f "$runtime" ] && [ -f "$dev" ] || fail "cpack made $(ls "$work/deb")"
 runtime_depends=$(dpkg-deb -f "$runtime" Depends)
-for needed in libqt6widgets6 libqt6network6 libplist zip; do
+for needed in libqt6widgets6 libqt6network6 zip; do
     [[ $runtime_depends == *"$needed"* ]] || fail "runtime package lacks $needed: $runtime_depends"
 done
 dev_depends=$(dpkg-deb -f "$dev" Depends)
