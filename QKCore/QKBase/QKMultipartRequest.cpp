@@ -1,6 +1,7 @@
 #include "QKMultipartRequest.h"
 
 #include "QKBase64FileDevice.h"
+#include "QKNetworkReplies.h"
 
 #include <QHttpMultiPart>
 #include <QHttpPart>
@@ -131,7 +132,7 @@ QKMultipartRequest::~QKMultipartRequest() = default;
 
 QNetworkRequest QKMultipartRequest::networkRequest() const
 {
-    return d->request;
+    return QKNetworkReplies::withIdleTimeout(d->request);
 }
 
 void QKMultipartRequest::setRawHeader(const QByteArray &name, const QByteArray &value)
@@ -182,7 +183,7 @@ QNetworkReply *QKMultipartRequest::post(QNetworkAccessManager *manager) const
     QHttpMultiPart *body = multiPart();
     if (!body)
         return nullptr;
-    QNetworkReply *reply = manager->post(d->request, body);
+    QNetworkReply *reply = manager->post(networkRequest(), body);
     body->setParent(reply);
     return reply;
 }

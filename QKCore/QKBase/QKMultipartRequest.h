@@ -51,7 +51,8 @@ private:
  * and chosen so that it occurs in no key and no value.
  *
  * The object is a small value: copy it freely. Each post() builds a fresh body, so the
- * same request may be posted again.
+ * same request may be posted again. A transfer with no bytes moving for
+ * QKNetworkReplies::idleTimeout() fails.
  */
 class QKBASE_EXPORT QKMultipartRequest
 {
@@ -69,7 +70,7 @@ public:
     ~QKMultipartRequest();
 
     /** The request to send: the URL and the multipart/form-data Content-Type with its
-     *  boundary, plus any header set with setRawHeader(). */
+     *  boundary, plus any header set with setRawHeader(), with the idle timeout. */
     QNetworkRequest networkRequest() const;
     /** Adds or replaces a header of the request (a User-Agent, say). */
     void setRawHeader(const QByteArray &name, const QByteArray &value);
