@@ -42,7 +42,7 @@ public:
     /** Fetches @p request with GET. */
     static Reply get(const QNetworkRequest &request);
 
-    /** Posts the form of @p request. */
+    /** Posts the form of @p request, at most once. */
     static Reply post(const QKMultipartRequest &request);
 
     /** Ends every exchange under way on any thread with an error and refuses new ones

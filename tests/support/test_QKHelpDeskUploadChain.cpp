@@ -120,6 +120,8 @@ TEST_P(FailingStage, endsTheChainWithTheStageMessage)
     EXPECT_EQ(waitForPanelEnd(), failure.message);
     EXPECT_EQ(supportLog().last(), failure.logLine);
     EXPECT_EQ(scripted->steps().last(), failure.step);
+    // Nothing is sent twice, however the connection ended.
+    EXPECT_EQ(scripted->steps().count(QLatin1String(failure.step)), 1);
     // A failed stage leaves the request numbers until the next request.
     EXPECT_EQ(pane->requestID().isEmpty(),
               failure.kind != StageFailure::Break && QLatin1String(failure.step) == u"new");
