@@ -59,6 +59,11 @@ QKSynchronousRequest::Reply run(const Starter &start)
     QNetworkAccessManager manager;
     manager.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
     const std::unique_ptr<QNetworkReply> reply(start(manager));
+    if (!reply) {
+        QKSynchronousRequest::Reply unsent;
+        unsent.errorString = QStringLiteral("The request could not be made");
+        return unsent;
+    }
     const InFlight inFlight(reply.get());
 
     if (!reply->isFinished()) {

@@ -91,6 +91,16 @@ TEST(QKSynchronousRequest, transfersWithNoBytesMovingFail)
     }
 }
 
+TEST(QKSynchronousRequest, aFormThatCannotBeBuiltFailsWithoutSending)
+{
+    QKTestHttpServer server(route);
+    const QKBase64EncodedFile missing(u"/nonexistent/archive.zip"_s);
+    const auto reply = QKSynchronousRequest::post(QKMultipartRequest::requestWithURL(
+        server.url("/api"), {{"archive", QVariant::fromValue(missing)}}));
+    EXPECT_FALSE(reply.isSuccess());
+    EXPECT_TRUE(server.requests().isEmpty());
+}
+
 TEST(QKSynchronousRequest, worksOnWorkerThreadsWithoutEventLoop)
 {
     QKTestHttpServer server(route);
