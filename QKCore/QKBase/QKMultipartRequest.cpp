@@ -1,7 +1,9 @@
 #include "QKMultipartRequest.h"
 
 #include "QKBase64FileDevice.h"
+#include "QKNetworkReplies.h"
 
+#include <QBuffer>
 #include <QHttpMultiPart>
 #include <QHttpPart>
 #include <QList>
@@ -76,6 +78,26 @@ QByteArray boundaryFor(const QList<Field> &fields)
     }
 }
 
+// The body of a form's first part, which refuses to start over once read. Qt sends a request
+// again when the connection closes before the reply, if it can read the body once more; a
+// form may file a request, so the server must never get it twice.
+template<typename Device> class SentOnce : public Device
+{
+public:
+    using Device::Device;
+    bool reset() override { return !m_read && Device::reset(); }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        m_read = true;
+        return Device::readData(data, maxSize);
+    }
+
+private:
+    bool m_read = false;
+};
+
 } // namespace
 
 struct QKMultipartRequest::Private
@@ -131,7 +153,7 @@ QKMultipartRequest::~QKMultipartRequest() = default;
 
 QNetworkRequest QKMultipartRequest::networkRequest() const
 {
-    return d->request;
+    return QKNetworkReplies::withIdleTimeout(d->request);
 }
 
 void QKMultipartRequest::setRawHeader(const QByteArray &name, const QByteArray &value)
@@ -158,16 +180,25 @@ QHttpMultiPart *QKMultipartRequest::multiPart(QObject *parent) const
 {
     auto multiPart = std::make_unique<QHttpMultiPart>(QHttpMultiPart::FormDataType);
     multiPart->setBoundary(d->boundary);
-    for (const Field &field : std::as_const(d->fields)) {
+    for (qsizetype i = 0; i < d->fields.size(); ++i) {
+        const Field &field = d->fields.at(i);
+        const bool first = i == 0;
         QHttpPart part;
         part.setRawHeader("Content-Disposition", field.disposition);
-        if (!field.base64FilePath) {
-            part.setBody(field.body);
-        } else {
-            auto *device = new QKBase64FileDevice(*field.base64FilePath, multiPart.get());
+        if (field.base64FilePath) {
+            QIODevice *device = first ? new SentOnce<QKBase64FileDevice>(*field.base64FilePath)
+                                      : new QKBase64FileDevice(*field.base64FilePath);
+            device->setParent(multiPart.get());
             if (!device->open(QIODevice::ReadOnly))
                 return nullptr;
             part.setBodyDevice(device);
+        } else if (first) {
+            auto *device = new SentOnce<QBuffer>(multiPart.get());
+            device->setData(field.body);
+            device->open(QIODevice::ReadOnly);
+            part.setBodyDevice(device);
+        } else {
+            part.setBody(field.body);
         }
         multiPart->append(part);
     }
@@ -182,7 +213,7 @@ QNetworkReply *QKMultipartRequest::post(QNetworkAccessManager *manager) const
     QHttpMultiPart *body = multiPart();
     if (!body)
         return nullptr;
-    QNetworkReply *reply = manager->post(d->request, body);
+    QNetworkReply *reply = manager->post(networkRequest(), body);
     body->setParent(reply);
     return reply;
 }

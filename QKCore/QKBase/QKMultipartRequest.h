@@ -19,9 +19,7 @@ class QUrl;
  * is encoded a piece at a time as the body is sent, so that a large archive is never held
  * in memory. The file is opened when the request is posted; removing it after that does
  * not disturb the upload. The file is closed as soon as its whole text has been sent, so a
- * removed archive frees its space before the reply arrives; a resend (Qt sends a request
- * again when the connection drops before any reply) opens it again by its path, and fails
- * if it is gone or has changed size.
+ * removed archive frees its space before the reply arrives.
  */
 class QKBASE_EXPORT QKBase64EncodedFile
 {
@@ -51,7 +49,11 @@ private:
  * and chosen so that it occurs in no key and no value.
  *
  * The object is a small value: copy it freely. Each post() builds a fresh body, so the
- * same request may be posted again.
+ * same request may be posted again, but each body goes out at most once: Qt would send it
+ * again by itself when the connection closes before the reply, and a form that files a
+ * request must never arrive twice. Such a reply fails instead (ContentReSendError), as a
+ * transport failure. A transfer with no bytes moving for QKNetworkReplies::idleTimeout()
+ * fails too.
  */
 class QKBASE_EXPORT QKMultipartRequest
 {
@@ -69,7 +71,7 @@ public:
     ~QKMultipartRequest();
 
     /** The request to send: the URL and the multipart/form-data Content-Type with its
-     *  boundary, plus any header set with setRawHeader(). */
+     *  boundary, plus any header set with setRawHeader(), with the idle timeout. */
     QNetworkRequest networkRequest() const;
     /** Adds or replaces a header of the request (a User-Agent, say). */
     void setRawHeader(const QByteArray &name, const QByteArray &value);
@@ -80,8 +82,8 @@ public:
     /** The number of parts, one per form field. */
     qsizetype fieldCount() const;
 
-    /** A new multipart body holding every field, owned by @p parent; null when a file of
-     *  a QKBase64EncodedFile value cannot be opened. */
+    /** A new multipart body holding every field, owned by @p parent, that can be read only
+     *  once; null when a file of a QKBase64EncodedFile value cannot be opened. */
     QHttpMultiPart *multiPart(QObject *parent = nullptr) const;
 
     /**

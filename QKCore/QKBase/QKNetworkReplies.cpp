@@ -2,6 +2,8 @@
 
 #include <QNetworkReply>
 
+#include <atomic>
+
 bool QKNetworkReplies::isTransportFailure(const QNetworkReply *reply)
 {
     const QNetworkReply::NetworkError error = reply->error();
@@ -26,4 +28,36 @@ bool QKNetworkReplies::isTransportFailure(const QNetworkReply *reply)
     default:
         return true;
     }
+}
+
+namespace {
+std::atomic<qint64> s_idleTimeout{QKNetworkReplies::DefaultIdleTimeout.count()};
+}
+
+QString QKNetworkReplies::errorString(const QNetworkReply *reply)
+{
+    // Qt ends an idle transfer as if it had been aborted; nothing else aborts these replies
+    // without knowing why.
+    const int idle = reply->request().transferTimeout();
+    if (reply->error() == QNetworkReply::OperationCanceledError && idle > 0)
+        return QStringLiteral("No data moved to or from %1 for %2 ms")
+            .arg(reply->url().toDisplayString())
+            .arg(idle);
+    return reply->errorString();
+}
+
+std::chrono::milliseconds QKNetworkReplies::idleTimeout()
+{
+    return std::chrono::milliseconds(s_idleTimeout.load());
+}
+
+void QKNetworkReplies::setIdleTimeout(std::chrono::milliseconds timeout)
+{
+    s_idleTimeout.store(timeout.count());
+}
+
+QNetworkRequest QKNetworkReplies::withIdleTimeout(QNetworkRequest request)
+{
+    request.setTransferTimeout(int(s_idleTimeout.load()));
+    return request;
 }

@@ -8,7 +8,6 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -22,6 +21,7 @@ using Starter = std::function<QNetworkReply *(QNetworkAccessManager &)>;
 QMutex s_inFlightMutex;
 std::set<QNetworkReply *> s_inFlight;
 bool s_refusing = false;
+const QString QuittingText = QStringLiteral("The application is quitting");
 
 // Keeps a reply in the in-flight set for as long as it exists.
 class InFlight
@@ -44,7 +44,7 @@ private:
     QNetworkReply *m_reply;
 };
 
-QKSynchronousRequest::Reply run(const Starter &start, std::chrono::milliseconds timeout)
+QKSynchronousRequest::Reply run(const Starter &start)
 {
     // Everything lives in this thread and dies before the call returns, so a worker
     // thread needs no event loop of its own.
@@ -52,39 +52,34 @@ QKSynchronousRequest::Reply run(const Starter &start, std::chrono::milliseconds 
         QMutexLocker lock(&s_inFlightMutex);
         if (s_refusing) {
             QKSynchronousRequest::Reply refused;
-            refused.errorString = QStringLiteral("The application is quitting");
+            refused.errorString = QuittingText;
             return refused;
         }
     }
     QNetworkAccessManager manager;
     manager.setRedirectPolicy(QNetworkRequest::NoLessSafeRedirectPolicy);
     const std::unique_ptr<QNetworkReply> reply(start(manager));
+    if (!reply) {
+        QKSynchronousRequest::Reply unsent;
+        unsent.errorString = QStringLiteral("The request could not be made");
+        return unsent;
+    }
     const InFlight inFlight(reply.get());
 
-    bool timedOut = false;
     if (!reply->isFinished()) {
         QEventLoop loop;
-        QTimer timer;
-        timer.setSingleShot(true);
         QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
-        QObject::connect(&timer, &QTimer::timeout, &loop, [&] {
-            timedOut = true;
-            reply->abort();
-            loop.quit();
-        });
-        timer.start(timeout);
         loop.exec(QEventLoop::ExcludeUserInputEvents);
     }
 
     QKSynchronousRequest::Reply result;
     result.url = reply->url();
     result.statusCode = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (timedOut) {
-        result.errorString = QStringLiteral("No complete reply from %1 within %2 ms")
-                                 .arg(reply->url().toDisplayString())
-                                 .arg(timeout.count());
-    } else if (QKNetworkReplies::isTransportFailure(reply.get())) {
-        result.errorString = reply->errorString();
+    if (QKNetworkReplies::isTransportFailure(reply.get())) {
+        QMutexLocker lock(&s_inFlightMutex);
+        result.errorString = s_refusing && reply->error() == QNetworkReply::OperationCanceledError
+                                 ? QuittingText
+                                 : QKNetworkReplies::errorString(reply.get());
     } else {
         result.data = reply->readAll();
     }
@@ -93,16 +88,16 @@ QKSynchronousRequest::Reply run(const Starter &start, std::chrono::milliseconds 
 
 } // namespace
 
-QKSynchronousRequest::Reply QKSynchronousRequest::get(const QNetworkRequest &request,
-                                                      std::chrono::milliseconds timeout)
+QKSynchronousRequest::Reply QKSynchronousRequest::get(const QNetworkRequest &request)
 {
-    return run([&](QNetworkAccessManager &manager) { return manager.get(request); }, timeout);
+    return run([&](QNetworkAccessManager &manager) {
+        return manager.get(QKNetworkReplies::withIdleTimeout(request));
+    });
 }
 
-QKSynchronousRequest::Reply QKSynchronousRequest::post(const QKMultipartRequest &request,
-                                                       std::chrono::milliseconds timeout)
+QKSynchronousRequest::Reply QKSynchronousRequest::post(const QKMultipartRequest &request)
 {
-    return run([&](QNetworkAccessManager &manager) { return request.post(&manager); }, timeout);
+    return run([&](QNetworkAccessManager &manager) { return request.post(&manager); });
 }
 
 void QKSynchronousRequest::abortAll()

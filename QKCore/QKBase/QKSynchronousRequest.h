@@ -6,8 +6,6 @@
 #include <QString>
 #include <QUrl>
 
-#include <chrono>
-
 class QKMultipartRequest;
 class QNetworkRequest;
 
@@ -16,9 +14,9 @@ class QNetworkRequest;
  *
  * Works on any thread, including a plain worker thread with no event loop of its own:
  * each call makes its own network access manager and runs a local event loop until the
- * reply has finished or the timeout has passed. On the main thread that loop keeps
- * timers and sockets turning but holds back user input until the call returns.
- * Redirects are followed unless they would go from HTTPS to HTTP.
+ * reply has finished, or until no byte has moved for QKNetworkReplies::idleTimeout(). On the main
+ * thread that loop keeps timers and sockets turning but holds back user input until the call
+ * returns. Redirects are followed unless they would go from HTTPS to HTTP.
  *
  * Only a transport failure is an error: a reply with status 404 or 500 is a successful
  * exchange that returns its status and body.
@@ -41,15 +39,11 @@ public:
         bool isSuccess() const { return errorString.isEmpty(); }
     };
 
-    static constexpr std::chrono::milliseconds DefaultTimeout{60000};
+    /** Fetches @p request with GET. */
+    static Reply get(const QNetworkRequest &request);
 
-    /** Fetches @p request with GET. The exchange is abandoned after @p timeout. */
-    static Reply get(const QNetworkRequest &request,
-                     std::chrono::milliseconds timeout = DefaultTimeout);
-
-    /** Posts the form of @p request. The exchange is abandoned after @p timeout. */
-    static Reply post(const QKMultipartRequest &request,
-                      std::chrono::milliseconds timeout = DefaultTimeout);
+    /** Posts the form of @p request, at most once. */
+    static Reply post(const QKMultipartRequest &request);
 
     /** Ends every exchange under way on any thread with an error and refuses new ones
      *  from now on, so that worker threads finish promptly while the application quits. */

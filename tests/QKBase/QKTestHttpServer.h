@@ -38,8 +38,9 @@ public:
         QByteArray body = {};
         Headers headers = {};
     };
-    /** Statuses that close the connection without an answer, or never answer. */
-    static constexpr int Drop = -1, Hang = -2;
+    /** Statuses that close the connection without an answer, never answer, or send a head
+     *  and the start of a body (the response's body) and then nothing. */
+    static constexpr int Drop = -1, Hang = -2, Stall = -3;
 
     using Handler = std::function<Response(const Request &)>;
 
@@ -112,6 +113,10 @@ private:
             const Response response = m_handler(request);
             if (response.status == Drop)
                 socket->abort();
+            if (response.status == Stall)
+                socket->write("HTTP/1.1 200 Status\r\nContent-Length: " +
+                              QByteArray::number(response.body.size() + 1) + "\r\n\r\n" +
+                              response.body);
             if (response.status < 0)
                 return;
             // Clients read the status code, not the phrase after it.

@@ -1,4 +1,5 @@
 #include "QKMultipartRequest.h"
+#include "QKNetworkReplies.h"
 #include "QKSynchronousRequest.h"
 #include "QKTestHttpServer.h"
 #include "QKTestSupport.h"
@@ -25,15 +26,27 @@ Response route(const QKTestHttpServer::Request &request)
         return {QKTestHttpServer::Drop};
     if (request.path == "/hang")
         return {QKTestHttpServer::Hang};
+    if (request.path == "/stall")
+        return {QKTestHttpServer::Stall, "the start of a feed"};
     return {200, "posted " + QByteArray::number(request.body.size())};
 }
 
-QKSynchronousRequest::Reply
-get(const QUrl &url, std::chrono::milliseconds timeout = QKSynchronousRequest::DefaultTimeout)
+QKSynchronousRequest::Reply get(const QUrl &url)
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::UserAgentHeader, u"QKTest/1.0"_s);
-    return QKSynchronousRequest::get(request, timeout);
+    return QKSynchronousRequest::get(request);
+}
+
+bool waitFor(const std::function<bool()> &condition, std::chrono::milliseconds deadline)
+{
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
 }
 
 } // namespace
@@ -53,9 +66,6 @@ TEST(QKSynchronousRequest, errorStatusesAndRedirectsAreAnswersAndTransportFailur
     }
     EXPECT_EQ(get(server.url("/moved")).url, server.url("/feed"));
 
-    const auto hung = get(server.url("/hang"), 300ms);
-    EXPECT_FALSE(hung.isSuccess());
-    EXPECT_TRUE(hung.errorString.contains(u"300 ms"_s));
     QTcpServer closed;
     ASSERT_TRUE(closed.listen(QHostAddress::LocalHost));
     const QUrl refusedUrl(u"http://127.0.0.1:%1/"_s.arg(closed.serverPort()));
@@ -63,6 +73,32 @@ TEST(QKSynchronousRequest, errorStatusesAndRedirectsAreAnswersAndTransportFailur
     const auto refused = get(refusedUrl);
     EXPECT_FALSE(refused.isSuccess());
     EXPECT_EQ(refused.statusCode, 0);
+}
+
+TEST(QKSynchronousRequest, transfersWithNoBytesMovingFail)
+{
+    QKTestHttpServer server(route);
+    QKNetworkReplies::setIdleTimeout(300ms);
+    // A server that accepts and never answers, one that stops after the head, and a post.
+    const QKMultipartRequest form =
+        QKMultipartRequest::requestWithURL(server.url("/hang"), {{"action", "new"}});
+    const QKSynchronousRequest::Reply replies[] = {
+        get(server.url("/hang")), get(server.url("/stall")), QKSynchronousRequest::post(form)};
+    for (const auto &reply : replies) {
+        EXPECT_FALSE(reply.isSuccess());
+        EXPECT_TRUE(reply.errorString.contains(u"300 ms"_s)) << reply.errorString.toStdString();
+        EXPECT_TRUE(reply.data.isEmpty());
+    }
+}
+
+TEST(QKSynchronousRequest, aFormThatCannotBeBuiltFailsWithoutSending)
+{
+    QKTestHttpServer server(route);
+    const QKBase64EncodedFile missing(u"/nonexistent/archive.zip"_s);
+    const auto reply = QKSynchronousRequest::post(QKMultipartRequest::requestWithURL(
+        server.url("/api"), {{"archive", QVariant::fromValue(missing)}}));
+    EXPECT_FALSE(reply.isSuccess());
+    EXPECT_TRUE(server.requests().isEmpty());
 }
 
 TEST(QKSynchronousRequest, worksOnWorkerThreadsWithoutEventLoop)
@@ -89,15 +125,16 @@ TEST(QKSynchronousRequest, abortAllEndsWaitingWorkersAndRefusesNewRequests)
 {
     QKTestHttpServer server(route);
     QKSynchronousRequest::Reply hung;
-    std::thread waiter([&] { hung = get(server.url("/hang"), 60s); });
+    std::thread waiter([&] { hung = get(server.url("/hang")); });
     // Abort once the request is under way; the hanging route never answers.
-    while (server.requests().isEmpty())
-        std::this_thread::sleep_for(10ms);
+    const bool underWay = waitFor([&] { return !server.requests().isEmpty(); }, 20s);
     const auto before = std::chrono::steady_clock::now();
     QKSynchronousRequest::abortAll();
     waiter.join();
+    ASSERT_TRUE(underWay);
     EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
-    EXPECT_FALSE(hung.isSuccess());
+    // Ended by the quit, not by the idle timeout.
+    EXPECT_EQ(hung.errorString, u"The application is quitting"_s);
 
     const auto refused = get(server.url("/feed"));
     EXPECT_FALSE(refused.isSuccess());

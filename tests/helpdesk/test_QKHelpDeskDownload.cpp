@@ -4,7 +4,10 @@
 #include "QKSupportSiteProcess.h"
 #include "QKTestEnvironment.h"
 
+#include "../QKBase/QKTestHttpServer.h"
+
 #include <QKAlert.h>
+#include <QKNetworkReplies.h>
 
 #include <QDir>
 #include <QFileInfo>
@@ -15,6 +18,7 @@
 #include <gtest/gtest.h>
 
 using namespace HelpDeskTest;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -150,4 +154,23 @@ TEST(QKHelpDeskDownload, aFreshAccountGetsItsDownloadFolderAndEscapedNamesAreDec
     EXPECT_EQ(helpDesk->progressPanel()->progressPanelTitle(), u"Downloading My Manual.pdf..."_s);
     EXPECT_EQ(filesIn(downloadFolder()), QStringList{"My Manual.pdf"});
     EXPECT_TRUE(QKAlert::shownAlerts().isEmpty());
+}
+
+TEST_F(QKHelpDeskDownloadTest, aDownloadWithNoBytesMovingFails)
+{
+    ASSERT_TRUE(QDir().mkpath(downloadFolder()));
+    QKNetworkReplies::setIdleTimeout(1s);
+    // A server that accepts and never answers, and one that stops after the head.
+    QKTestHttpServer server([](const QKTestHttpServer::Request &request) {
+        return QKTestHttpServer::Response{
+            request.path.endsWith("/hang.bin") ? QKTestHttpServer::Hang : QKTestHttpServer::Stall,
+            "the start of a file"};
+    });
+    int failures = 0;
+    for (const QString &path : {u"/hang.bin"_s, u"/stall.bin"_s}) {
+        EXPECT_EQ(download(server.url(path).toString()), QList<bool>{false}) << path.toStdString();
+        EXPECT_FALSE(panel->isVisible());
+        EXPECT_TRUE(filesIn(downloadFolder()).isEmpty());
+        EXPECT_EQ(logText().count("didFailWithError:"), ++failures);
+    }
 }

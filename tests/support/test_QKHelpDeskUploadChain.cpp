@@ -3,7 +3,10 @@
 #include "QKSupportSite.h"
 #include "QKSystemProfiler.h"
 
+#include <QKNetworkReplies.h>
+
 using namespace SupportTest;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -26,8 +29,13 @@ protected:
 
 struct StageFailure
 {
-    const char *step;    // the request that fails, or after which the endpoint is unusable
-    bool dropConnection; // else the step succeeds and the next upload cannot start
+    enum Kind {
+        Drop,  // the site reads the request and closes the connection without an answer
+        Hang,  // the site reads the request and never answers
+        Break, // the step succeeds and the next upload cannot start
+    };
+    const char *step; // the request that fails, or after which the endpoint is unusable
+    Kind kind;
     const char *message;
     const char *logLine;
 };
@@ -37,19 +45,26 @@ class FailingStage : public ScriptedChain, public ::testing::WithParamInterface<
 };
 
 const StageFailure stageFailures[] = {
-    {"new", true, "Submit failed!", "Warning: sending request failed"},
-    {"new", false, "Send system profile failed!", "Warning: start sending system profile failed"},
-    {"add_document:system_profile", true, "Send system profile failed!",
+    {"new", StageFailure::Drop, "Submit failed!", "Warning: sending request failed"},
+    {"new", StageFailure::Hang, "Submit failed!", "Warning: sending request failed"},
+    {"new", StageFailure::Break, "Send system profile failed!",
+     "Warning: start sending system profile failed"},
+    {"add_document:system_profile", StageFailure::Drop, "Send system profile failed!",
      "Warning: sending system profile failed"},
-    {"add_document:system_profile", false, "Send crash log failed!",
+    {"add_document:system_profile", StageFailure::Break, "Send crash log failed!",
      "Warning: start sending crash log failed"},
-    {"add_document:crash_log", true, "Send crash log failed!", "Warning: send crash log failed"},
-    {"add_document:crash_log", false, "Send debug log failed!",
+    {"add_document:crash_log", StageFailure::Drop, "Send crash log failed!",
+     "Warning: send crash log failed"},
+    {"add_document:crash_log", StageFailure::Hang, "Send crash log failed!",
+     "Warning: send crash log failed"},
+    {"add_document:crash_log", StageFailure::Break, "Send debug log failed!",
      "Warning: start sending the debug log failed"},
-    {"add_document:debug_log", true, "Send debug log failed!", "Info: sending debug log failed"},
-    {"add_document:debug_log", false, "Send attachments failed!",
+    {"add_document:debug_log", StageFailure::Drop, "Send debug log failed!",
+     "Info: sending debug log failed"},
+    {"add_document:debug_log", StageFailure::Break, "Send attachments failed!",
      "Warning: start sending attachments failed"},
-    {"add_document:10001", true, "Send attached files failed!", "Info: sending attachments failed"},
+    {"add_document:10001", StageFailure::Drop, "Send attached files failed!",
+     "Info: sending attachments failed"},
 };
 
 // A reply to "new" that carries no request numbers, or none at all.
@@ -71,9 +86,14 @@ const BadReply badReplies[] = {
     {"dropped", {200, "", true}},
 };
 
+const char *kindName(StageFailure::Kind kind)
+{
+    return kind == StageFailure::Drop ? "drop" : kind == StageFailure::Hang ? "hang" : "break";
+}
+
 void PrintTo(const StageFailure &failure, std::ostream *out)
 {
-    *out << failure.step << (failure.dropConnection ? " dropped" : " then unusable");
+    *out << failure.step << ' ' << kindName(failure.kind);
 }
 
 void PrintTo(const BadReply &reply, std::ostream *out)
@@ -86,11 +106,13 @@ void PrintTo(const BadReply &reply, std::ostream *out)
 TEST_P(FailingStage, endsTheChainWithTheStageMessage)
 {
     const StageFailure failure = GetParam();
+    QKNetworkReplies::setIdleTimeout(1s);
     scripted->script = [&](const auto &) -> std::optional<ScriptedHelpDesk::Reply> {
         if (scripted->steps().last() != QLatin1String(failure.step))
             return std::nullopt;
-        if (failure.dropConnection)
-            return ScriptedHelpDesk::Reply{200, "", true};
+        if (failure.kind != StageFailure::Break)
+            return ScriptedHelpDesk::Reply{200, "", failure.kind == StageFailure::Drop,
+                                           failure.kind == StageFailure::Hang};
         QKSupportSite::setHelpDeskAPIURL("nowhere");
         return std::nullopt;
     };
@@ -98,9 +120,11 @@ TEST_P(FailingStage, endsTheChainWithTheStageMessage)
     EXPECT_EQ(waitForPanelEnd(), failure.message);
     EXPECT_EQ(supportLog().last(), failure.logLine);
     EXPECT_EQ(scripted->steps().last(), failure.step);
+    // Nothing is sent twice, however the connection ended.
+    EXPECT_EQ(scripted->steps().count(QLatin1String(failure.step)), 1);
     // A failed stage leaves the request numbers until the next request.
     EXPECT_EQ(pane->requestID().isEmpty(),
-              failure.dropConnection && QLatin1String(failure.step) == u"new");
+              failure.kind != StageFailure::Break && QLatin1String(failure.step) == u"new");
     EXPECT_EQ(pane->attachedFiles().size(), 1);
     // Archives are removed whether or not their upload could start.
     EXPECT_TRUE(QDir(QKApplication::sharedApplication()->tempDirectory())
@@ -112,7 +136,7 @@ INSTANTIATE_TEST_SUITE_P(Stages, FailingStage, ::testing::ValuesIn(stageFailures
                          [](const auto &info) {
                              return QString::fromLatin1(info.param.step)
                                  .section(':', -1)
-                                 .prepend(info.param.dropConnection ? "drop_" : "break_")
+                                 .prepend(kindName(info.param.kind) + QLatin1Char('_'))
                                  .toStdString();
                          });
 

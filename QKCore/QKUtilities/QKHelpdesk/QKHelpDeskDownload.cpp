@@ -1,5 +1,7 @@
 #include "QKHelpDeskDownload.h"
 
+#include <QKNetworkReplies.h>
+
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPointer>
@@ -64,7 +66,7 @@ void QKHelpDeskDownload::start()
         fail(tr("no network access"));
         return;
     }
-    d->reply = d->manager->get(QNetworkRequest(d->url));
+    d->reply = d->manager->get(QKNetworkReplies::withIdleTimeout(QNetworkRequest(d->url)));
     // The reply lives as long as this download, never shorter: its signals may still be on
     // the stack (below nested event loop passes) when the download ends.
     d->reply->setParent(this);
@@ -126,7 +128,7 @@ void QKHelpDeskDownload::finish()
     if (d->ended || !d->reply)
         return;
     if (d->reply->error() != QNetworkReply::NoError) {
-        fail(d->reply->errorString());
+        fail(QKNetworkReplies::errorString(d->reply));
         return;
     }
     readData();

@@ -123,9 +123,10 @@ bool QKHelpDeskExchange::start(const QUrl &url, const QVariantMap &form)
         });
         connect(reply, &QNetworkReply::finished, reply, [this, reply, exchange] {
             const QByteArray bytes = reply->readAll();
-            const std::optional<QString> error = QKNetworkReplies::isTransportFailure(reply)
-                                                     ? std::optional(reply->errorString())
-                                                     : std::nullopt;
+            const std::optional<QString> error =
+                QKNetworkReplies::isTransportFailure(reply)
+                    ? std::optional(QKNetworkReplies::errorString(reply))
+                    : std::nullopt;
             reply->deleteLater();
             QMetaObject::invokeMethod(this, [this, exchange, bytes, error] {
                 didReceiveData(exchange, bytes);

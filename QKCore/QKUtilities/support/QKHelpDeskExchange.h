@@ -18,8 +18,9 @@ class QUrl;
  * exchange ends called with nothing on success or with the error.
  *
  * Only a transport failure (no connection, a connection dropped before the whole reply
- * arrived) counts as an error; the HTTP status is never examined, so an error page comes
- * back as a reply like any other.
+ * arrived, no bytes moving for QKNetworkReplies::idleTimeout()) counts as an error; the HTTP
+ * status is never examined, so an error page comes back as a reply like any other. A form
+ * goes out at most once: a connection lost before the reply is a failure, never a resend.
  *
  * An end method may start the next exchange. The reply of the finished exchange stays
  * readable through responseData() until its end method returns, while the new exchange
