@@ -124,7 +124,8 @@ void QKBase64FileDevice::encodeBlock(qint64 index, Block &block)
 
 bool QKBase64FileDevice::reopenFile()
 {
-    // Only a resend reads the file again; it must still be the file that was opened.
+    // Forms are never sent twice, so only a reader that seeks back gets here; the file must
+    // still be the one that was opened.
     if (m_file.open(QIODevice::ReadOnly) && m_file.size() == m_fileSize)
         return true;
     m_file.close();
