@@ -151,6 +151,7 @@ TEST(SUUpdater, startupCheckFollowsTheSettingsAndOnlyAnAskedCheckAnnouncesUpToDa
     EXPECT_EQ(QKAlert::shownAlerts()[0].message, "Test Host is up to date");
     EXPECT_EQ(QKAlert::shownAlerts()[0].informativeText,
               "Test Host 2.5b1 is the newest version available.");
+    EXPECT_EQ(QKAlert::shownAlerts()[0].style, QKAlertRequest::Style::Informational);
 }
 
 TEST(SUUpdater, scheduledChecksComeAnIntervalAfterTheLastCheckForIntervalsUpToAYear)
