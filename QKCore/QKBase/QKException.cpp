@@ -39,12 +39,16 @@ namespace {
 
 constexpr int MaximumFrames = 128;
 
-// Never inlined, so the number of frames to skip is the same in every build.
+// Never inlined, so that it has a caller's frame to start from. The caller is found by its
+// return address rather than by counting: a sanitizer's backtrace() interceptor adds a frame
+// of its own.
 Q_NEVER_INLINE std::vector<void *> returnAddresses(int skipFrames)
 {
     void *addresses[MaximumFrames];
     const int count = backtrace(addresses, MaximumFrames);
-    const int first = std::clamp(1 + skipFrames, 0, count); // 1: this function
+    void *const caller = __builtin_return_address(0);
+    const int callerFrame = int(std::find(addresses, addresses + count, caller) - addresses);
+    const int first = std::clamp((callerFrame < count ? callerFrame : 1) + skipFrames, 0, count);
     return std::vector<void *>(addresses + first, addresses + count);
 }
 

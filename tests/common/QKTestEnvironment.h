@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QProcessEnvironment>
 #include <QString>
 
 /** The sandbox every test process runs in: its own HOME, config and temporary folders. */
@@ -19,5 +20,9 @@ QByteArray readAll(const QString &path);
 
 /** Writes @p data to @p path, creating its folder; false when that fails. */
 bool writeAll(const QString &path, const QByteArray &data);
+
+/** This process's environment for a child that is meant to die of a fatal signal: in a
+ *  sanitized build the sanitizers leave such signals to the program's own handlers. */
+QProcessEnvironment crashingChildEnvironment();
 
 } // namespace QKTestEnvironment

@@ -44,6 +44,17 @@ bool QKTestEnvironment::writeAll(const QString &path, const QByteArray &data)
     return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
 }
 
+QProcessEnvironment QKTestEnvironment::crashingChildEnvironment()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    const QString sanitizerOptions = environment.value(QStringLiteral("ASAN_OPTIONS"));
+    environment.insert(QStringLiteral("ASAN_OPTIONS"),
+                       sanitizerOptions + QStringLiteral(":handle_segv=0:handle_sigbus=0:"
+                                                         "handle_sigfpe=0:handle_sigill=0:"
+                                                         "handle_abort=0"));
+    return environment;
+}
+
 int main(int argc, char **argv)
 {
     // The host's resources live in this static library; nothing else would pull them in.

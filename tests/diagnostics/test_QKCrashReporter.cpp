@@ -112,7 +112,7 @@ struct ChildRun
 
 ChildRun runCrashChild(const char *mode)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment environment = QKTestEnvironment::crashingChildEnvironment();
     environment.insert(u"QK_CRASH_CHILD"_s, QString::fromLatin1(mode));
     environment.insert(u"QK_CRASH_CHILD_HOME"_s, QKTestEnvironment::homePath());
     QProcess child;

@@ -2,6 +2,8 @@
 
 // Sound Lab on a real X server (Xvfb), driven by xdotool and watched through its trace.
 
+#include "QKTestEnvironment.h"
+
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
@@ -143,7 +145,8 @@ public:
     }
 
 private:
-    QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
+    // Some tests kill Sound Lab with a signal its crash reporter must see.
+    QProcessEnvironment m_environment = QKTestEnvironment::crashingChildEnvironment();
     QProcess m_xvfb;
     QProcess m_app;
     QString m_output;

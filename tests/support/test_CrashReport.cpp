@@ -46,7 +46,7 @@ TEST(CrashReport, theNextLaunchReportsTheCrashWithItsLog)
     QKSupportSiteProcess site;
     ASSERT_TRUE(site.isRunning());
     QProcess host;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment environment = QKTestEnvironment::crashingChildEnvironment();
     environment.insert(CrashHomeVariable, QKTestEnvironment::homePath());
     host.setProcessEnvironment(environment);
     host.start(QCoreApplication::applicationFilePath(),
