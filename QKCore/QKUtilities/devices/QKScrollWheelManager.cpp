@@ -261,7 +261,12 @@ void QKScrollWheelManager::_scrollWheelEvent(const QWheelEvent *event, QObject *
     quint32 modifiers = QKEvents::modifierFlags(event->modifiers());
     if (QKCapsLock::isOn())
         modifiers |= CapsLockMask;
-    const QPointF notches = QPointF(event->angleDelta()) / AngleUnitsPerNotch;
+    QPointF notches = QPointF(event->angleDelta()) / AngleUnitsPerNotch;
+    // Qt's X11 platform turns the wheel sideways while Alt is held, as old X programs did;
+    // rows with Option are meant for the wheel's own axis.
+    if ((event->modifiers() & Qt::AltModifier) &&
+        QGuiApplication::platformName() == QLatin1String("xcb"))
+        notches = notches.transposed();
     _scrollWheel(notches.x(), notches.y(), modifiers, target);
 }
 
