@@ -266,6 +266,20 @@ TEST(QKScrollWheelManager, quittingStoresTheMappingAndTheOpenPanelForTheNextLaun
     EXPECT_EQ(manager()->panel()->geometry(), QRect(40, 60, 411, 300));
 }
 
+TEST(QKScrollWheelManager, quittingWithThePanelClosedByTheUserKeepsItClosed)
+{
+    loadHost();
+    QKScrollWheelManager::openPanel();
+    QApplication::setActiveWindow(manager()->panel());
+    QKScrollWheelManager::togglePanel();
+    QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+    QCoreApplication::exec();
+    const QVariantMap stored = defaults()->persistentDomain();
+    EXPECT_EQ(stored.value(QKScrollWheelManager::OpenKey), false);
+    EXPECT_EQ(stored.value(QKScrollWheelManager::FrameKey), u"{{217, 544}, {411, 187}}"_s);
+    EXPECT_EQ(stored.value(QKScrollWheelManager::ActionsKey), DefaultMapping);
+}
+
 TEST(QKScrollWheelManager, storedFrameKeepsItsPlaceButNotItsWidth)
 {
     defaults()->setObject(u"{{10, 20}, {300, 280}}"_s, QKScrollWheelManager::FrameKey);

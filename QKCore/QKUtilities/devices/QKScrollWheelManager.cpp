@@ -161,8 +161,11 @@ QKScrollWheelManager::~QKScrollWheelManager()
 
 QKScrollWheelManager *QKScrollWheelManager::defaultManager()
 {
-    if (!s_defaultManager)
+    if (!s_defaultManager) {
+        // Lives as long as the process, as hosts keep handing it wheel events; its panel
+        // goes at quit, since no widget may outlive the application object.
         s_defaultManager = new QKScrollWheelManager;
+    }
     return s_defaultManager;
 }
 
