@@ -74,6 +74,7 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
     });
 
     buildMenus();
+    addScrollWheel();
     for (const char *name : {"Drums", "Bass", "Keys"}) {
         newTrack(nullptr);
         m_tracks->setData(m_tracks->index(m_tracks->rowCount() - 1, 0), QString::fromLatin1(name));

@@ -53,6 +53,13 @@ public:
     Q_INVOKABLE void showOnlineDocumentation(QObject *sender);
     Q_INVOKABLE void checkForUpdates(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
+    /** The Devices menu's scroll wheel item: opens or closes the scroll wheel panel. */
+    Q_INVOKABLE void toggleScrollWheelPanel(QObject *sender);
+    /** What the scroll wheel can do over the tracks, by the amount in wheel notches. */
+    Q_INVOKABLE void scrollTracks(double notches);
+    Q_INVOKABLE void scrollSideways(double notches);
+    Q_INVOKABLE void zoomBy(double notches);
+    Q_INVOKABLE void nudgeBy(double notches);
 
     /** The number of tracks in the session. */
     int trackCount() const;
@@ -66,6 +73,7 @@ protected:
 
 private:
     void buildMenus();
+    void addScrollWheel();
     void restoreFrame();
     void updateTransport();
     void setZoom(int pointSize);

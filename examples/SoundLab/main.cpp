@@ -4,6 +4,7 @@
 
 #include <QKHelpDesk.h>
 #include <QKKeyboardShortcuts.h>
+#include <QKScrollWheelManager.h>
 #include <QKSplashScreen.h>
 
 #include <QThread>
@@ -28,6 +29,7 @@ int main(int argc, char **argv)
     window->show();
     // After show(): the shortcuts mirror their keys into the visible main window's menus.
     QKKeyboardShortcuts::loadShortcuts();
+    QKScrollWheelManager::loadActions();
     // After a crash or a kill, this offers to report it.
     QKHelpDesk::startup();
     SoundLabWindow::trace(QStringLiteral("ready"));
