@@ -316,4 +316,24 @@ TEST(RemoteControlEvdev, withoutAReceiverEnablingFailsWithTheMessage)
     QKRemoteControl::dispose();
 }
 
+// sysfs writes the key bitmap as words of a long, the highest first.
+TEST(RemoteControlEvdev, takesOnlyDevicesWithPlayAndMenuButNoLetterKeys)
+{
+    const struct
+    {
+        QByteArray capabilities;
+        bool receiver;
+    } cases[] = {
+        {"1000000800 0 0", true},         // KEY_MENU, KEY_PLAYPAUSE
+        {"1f001000000800 0 0", true},     // and more media keys
+        {"1000000800 0 40000000", false}, // and KEY_A: a keyboard
+        {"0 0 1000000800", false},        // words read backwards
+        {"1000000000 0 0", false},        // KEY_PLAYPAUSE only
+        {"", false},
+        {"not hex at all", false},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(QKRemoteControlDevice::hasReceiverKeys(c.capabilities), c.receiver)
+            << c.capabilities.constData();
+}
 } // namespace

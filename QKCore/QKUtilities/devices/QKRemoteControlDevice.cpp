@@ -49,11 +49,6 @@ KeyBits parseKeyCapabilities(const QByteArray &text)
     return bits;
 }
 
-bool looksLikeReceiver(const KeyBits &keys)
-{
-    return keys.test(KEY_PLAYPAUSE) && keys.test(KEY_MENU) && !keys.test(KEY_A);
-}
-
 QString findReceiverNode()
 {
     const QByteArray chosen = qgetenv("QK_INFRARED_DEVICE");
@@ -82,7 +77,7 @@ QString findReceiverNode()
             const char *keys =
                 input ? udev_device_get_sysattr_value(input, "capabilities/key") : nullptr;
             const char *devnode = udev_device_get_devnode(device);
-            if (keys && devnode && looksLikeReceiver(parseKeyCapabilities(keys)))
+            if (keys && devnode && QKRemoteControlDevice::hasReceiverKeys(keys))
                 node = QString::fromLocal8Bit(devnode);
             udev_device_unref(device);
             if (!node.isEmpty())
@@ -194,6 +189,12 @@ QList<int> QKRemoteControlDevice::receiverKeyCodes()
     for (const KeyCookie &entry : KeyCookies)
         codes.append(entry.code);
     return codes;
+}
+
+bool QKRemoteControlDevice::hasReceiverKeys(const QByteArray &keyCapabilities)
+{
+    const KeyBits keys = parseKeyCapabilities(keyCapabilities);
+    return keys.test(KEY_PLAYPAUSE) && keys.test(KEY_MENU) && !keys.test(KEY_A);
 }
 
 std::unique_ptr<QKRemoteControlDevice> QKRemoteControlDevice::evdev()

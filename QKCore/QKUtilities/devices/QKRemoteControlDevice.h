@@ -2,6 +2,7 @@
 
 #include "QKUtilitiesGlobal.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 
@@ -24,6 +25,9 @@ public:
      *  a keyboard with media keys is never taken away from the user. The environment variable
      *  QK_INFRARED_DEVICE names an event node ("/dev/input/event5") to use instead. */
     static std::unique_ptr<QKRemoteControlDevice> evdev();
+    /** Whether an input device whose "capabilities/key" attribute in sysfs reads
+     *  @p keyCapabilities is taken for the receiver by evdev(). */
+    static bool hasReceiverKeys(const QByteArray &keyCapabilities);
     /** A receiver that reads records from @p fd (a pipe, say), which it takes over and
      *  closes; it is always found, never grabbed, and reports every key of the receiver. */
     static std::unique_ptr<QKRemoteControlDevice> fromFileDescriptor(int fd);
