@@ -266,6 +266,8 @@ void QKRemoteControl::_initQueue()
     }
     const QList<int> elements = device->keyCodes();
     if (elements.isEmpty()) {
+        // No queue will hold the device, so nothing would ever release the grab.
+        device->close();
         d->warn(this, QStringLiteral("Retrieving the remote interface elements failed"));
         return;
     }
