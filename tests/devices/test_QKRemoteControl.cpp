@@ -6,8 +6,10 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QStringList>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +17,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -69,7 +72,7 @@ qsizetype warningsWith(const QString &message)
     });
 }
 
-enum class FailingStep { None, Find, Open, Seize, Elements, Queue, Element };
+enum class FailingStep { None, Find, Open, Seize, Elements, Queue, Element, Read };
 
 // A receiver on a pipe whose set-up steps can fail one at a time, and that counts lookups
 // and releases.
@@ -83,7 +86,8 @@ public:
     };
 
     ScriptedDevice(int fd, FailingStep failing, Counts *counts)
-        : m_pipe(fromFileDescriptor(fd)), m_failing(failing), m_counts(counts)
+        : m_pipe(fromFileDescriptor(failing == FailingStep::Read ? brokenDescriptor(fd) : fd)),
+          m_failing(failing), m_counts(counts)
     {}
 
     bool find() override
@@ -114,6 +118,14 @@ public:
     QString path() const override { return m_pipe->path(); }
 
 private:
+    // Always readable, and every read fails (EISDIR), like a device with a hardware fault.
+    static int brokenDescriptor(int unused)
+    {
+        ::close(unused);
+        return ::open(QFile::encodeName(QKTestEnvironment::homePath()).constData(),
+                      O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }
+
     std::unique_ptr<QKRemoteControlDevice> m_pipe;
     FailingStep m_failing;
     Counts *m_counts;
@@ -259,6 +271,20 @@ TEST_F(RemoteControl, aVanishedReceiverDeliversWhatArrivedAndDisablesItself)
     EXPECT_EQ(counts.closes, 1);
     EXPECT_EQ(warningsWith(u"Dropped a partial event of 7 bytes from the remote"_s), 1);
     EXPECT_EQ(warningsWith(u"went away; it is disabled"_s), 1);
+}
+
+TEST_F(RemoteControl, aFailingReadIsLoggedOnceAndRetriedWithoutSpinning)
+{
+    QKRemoteControl *remote = makeRemote(FailingStep::Read);
+    remote->start();
+    const std::clock_t cpuBefore = std::clock();
+    QEventLoop loop;
+    QTimer::singleShot(500, &loop, &QEventLoop::quit);
+    loop.exec();
+    const double cpuMs = 1000.0 * double(std::clock() - cpuBefore) / CLOCKS_PER_SEC;
+    EXPECT_EQ(warningsWith(u"Reading the remote failed: Is a directory"_s), 1);
+    EXPECT_LT(cpuMs, 100) << "the GUI thread spun on the failing device";
+    EXPECT_TRUE(remote->isRunning());
 }
 
 TEST_F(RemoteControl, eachFailingStepIsLoggedAndLeavesTheQueueStopped)

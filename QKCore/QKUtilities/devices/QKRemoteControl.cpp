@@ -8,6 +8,7 @@
 #include <QList>
 #include <QPointer>
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include <linux/input.h>
 
@@ -25,6 +26,8 @@ const QString LogDomain = QStringLiteral("QKRemoteControl");
 constexpr qsizetype QueueDepth = 30;
 // Reads per wake-up, so that a device flooding the queue cannot hold the GUI thread.
 constexpr int ReadsPerActivation = 8;
+// How long a device whose reads fail is left alone before the next try, in milliseconds.
+constexpr int ReadRetryInterval = 250;
 
 QPointer<QKRemoteControl> s_shared;
 
@@ -130,6 +133,7 @@ struct QKRemoteControl::Private
     std::unique_ptr<RemoteQueue> queue;
     QKRemoteControlDelegate *delegate = nullptr;
     QString errorString;
+    int lastReadError = 0; // reported once until a read succeeds again
 };
 
 QKRemoteControlDelegate::~QKRemoteControlDelegate() = default;
@@ -302,9 +306,13 @@ void QKRemoteControl::_readDevice()
     int result = 0;
     const RemoteQueue::ReadStatus status = d->queue->readAvailable(&result);
     if (status == RemoteQueue::Failed) {
-        d->warn(this, QStringLiteral("Reading the remote failed: %1")
-                          .arg(QString::fromLocal8Bit(std::strerror(result))));
+        if (result != d->lastReadError) {
+            d->warn(this, QStringLiteral("Reading the remote failed: %1")
+                              .arg(QString::fromLocal8Bit(std::strerror(result))));
+        }
+        _pauseReading();
     }
+    d->lastReadError = result;
     const bool vanished = status == RemoteQueue::Vanished;
     if (d->queue->dropped > 0) {
         d->warn(this, QStringLiteral("The remote queue was full; %1 events were dropped")
@@ -321,6 +329,17 @@ void QKRemoteControl::_readDevice()
     d->warn(this, QStringLiteral("The remote %1 went away; it is disabled")
                       .arg(d->device ? d->device->path() : QString()));
     setEnabled(false);
+}
+
+// A failing device stays readable, so reading again at once would hold the GUI thread.
+void QKRemoteControl::_pauseReading()
+{
+    QSocketNotifier *notifier = d->queue->notifier;
+    notifier->setEnabled(false);
+    QTimer::singleShot(ReadRetryInterval, notifier, [this, notifier] {
+        if (d->queue && d->queue->notifier == notifier)
+            notifier->setEnabled(true);
+    });
 }
 
 void QKRemoteControl::remoteControlEvent(int result)

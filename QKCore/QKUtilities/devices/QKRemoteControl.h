@@ -85,6 +85,7 @@ private:
                              QObject *parent = nullptr);
     void _initQueue();
     void _readDevice();
+    void _pauseReading();
     void _dispose();
 
     struct Private;
