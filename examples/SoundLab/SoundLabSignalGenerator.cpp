@@ -4,6 +4,7 @@
 
 #include <QVariant>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -30,6 +31,11 @@ void SoundLabSignalGenerator::stop()
     m_timer.stop();
 }
 
+void SoundLabSignalGenerator::setGain(double gain)
+{
+    m_gain = std::clamp(gain, 0.05, 2.0);
+}
+
 void SoundLabSignalGenerator::produceBlock()
 {
     std::uniform_real_distribution<double> noise(-0.05, 0.05);
@@ -44,7 +50,7 @@ void SoundLabSignalGenerator::produceBlock()
         double peak = 0;
         double &phase = m_phases[channel];
         for (int frame = 0; frame < framesPerBlock; ++frame) {
-            const double sample = swell * std::sin(phase) + noise(m_random);
+            const double sample = m_gain * (swell * std::sin(phase) + noise(m_random));
             phase = std::fmod(phase + 2 * std::numbers::pi * frequency / sampleRate,
                               2 * std::numbers::pi);
             sumOfSquares += sample * sample;

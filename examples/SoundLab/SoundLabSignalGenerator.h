@@ -19,6 +19,9 @@ public:
 
     void start();
     void stop();
+    /** The factor applied to the signal, 1 at first; setGain() keeps it within 0.05 to 2. */
+    double gain() const { return m_gain; }
+    void setGain(double gain);
 
 private:
     void produceBlock();
@@ -26,5 +29,6 @@ private:
     QTimer m_timer;
     std::vector<double> m_phases;
     double m_time = 0;
+    double m_gain = 1.0;
     std::mt19937 m_random;
 };

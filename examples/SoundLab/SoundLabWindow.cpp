@@ -1,6 +1,7 @@
 #include "SoundLabWindow.h"
 
 #include "SoundLabInfoDialog.h"
+#include "SoundLabInfraredRemote.h"
 #include "SoundLabLevelMeter.h"
 #include "SoundLabPreferences.h"
 #include "SoundLabSettings.h"
@@ -43,7 +44,8 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
     : QMainWindow(parent), m_tracks(new QStandardItemModel(0, 3, this)),
       m_trackTable(new QTableView), m_notes(new QPlainTextEdit), m_transportLabel(new QLabel),
       m_playTimer(new QTimer(this)), m_levelMeter(new SoundLabLevelMeter),
-      m_generator(new SoundLabSignalGenerator(2, this))
+      m_generator(new SoundLabSignalGenerator(2, this)),
+      m_infraredRemote(new SoundLabInfraredRemote(this, m_generator))
 {
     setWindowTitle(QKApplication::sharedApplication()->name());
     m_tracks->setHorizontalHeaderLabels({tr("Track"), tr("Instrument"), tr("Volume")});
@@ -174,6 +176,8 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(window, tr("Minimize"), "showMinimized");
     QKMenus::addItemWithTitle(window, tr("Keyboard Shortcuts…"), "toggleKeyboardShortcuts:");
 
+    SoundLabInfraredRemote::addMenuItems(bar);
+
     QMenu *help = bar->addMenu(tr("Help"));
     // The shortcut registry tells items apart by their action, so each has its own.
     const std::pair<const char *, const char *> helpDeskItems[] = {
@@ -264,6 +268,12 @@ void SoundLabWindow::toggleKeyboardShortcuts(QObject *sender)
 {
     traceAction("toggleKeyboardShortcuts:", sender);
     QKKeyboardShortcuts::togglePanel();
+}
+
+void SoundLabWindow::enableInfraredRemote(QObject *sender)
+{
+    traceAction("enableInfraredRemote:", sender);
+    m_infraredRemote->toggle();
 }
 
 void SoundLabWindow::nudgeLeft(QObject *sender)

@@ -4,6 +4,7 @@
 
 class QLabel;
 class SoundLabLevelMeter;
+class SoundLabInfraredRemote;
 class SoundLabSignalGenerator;
 class QPlainTextEdit;
 class QStandardItemModel;
@@ -52,6 +53,8 @@ public:
     Q_INVOKABLE void showSupport(QObject *sender);
     Q_INVOKABLE void showOnlineDocumentation(QObject *sender);
     Q_INVOKABLE void checkForUpdates(QObject *sender);
+    /** Starts or stops the infrared remote. */
+    Q_INVOKABLE void enableInfraredRemote(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
     /** The Devices menu's scroll wheel item: opens or closes the scroll wheel panel. */
     Q_INVOKABLE void toggleScrollWheelPanel(QObject *sender);
@@ -88,6 +91,7 @@ private:
     QTimer *m_playTimer;
     SoundLabLevelMeter *m_levelMeter;
     SoundLabSignalGenerator *m_generator;
+    SoundLabInfraredRemote *m_infraredRemote;
     bool m_playing = false;
     double m_position = 0.0;
     int m_zoom = 10;

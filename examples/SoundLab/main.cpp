@@ -1,4 +1,5 @@
 #include "SoundLabApplication.h"
+#include "SoundLabInfraredRemote.h"
 #include "SoundLabSettings.h"
 #include "SoundLabWindow.h"
 
@@ -14,6 +15,9 @@
 int main(int argc, char **argv)
 {
     SoundLabApplication app(argc, argv);
+    // For trying the Devices menu without the hardware.
+    if (app.arguments().contains(QStringLiteral("--fake-infrared")))
+        SoundLabInfraredRemote::useFakeReceiver(&app);
     std::unique_ptr<SoundLabWindow> window;
     app.finishLaunching([&window] {
         // Sound Lab starts in no time; the pauses let the splash screen be read.
