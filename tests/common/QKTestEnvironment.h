@@ -25,4 +25,8 @@ bool writeAll(const QString &path, const QByteArray &data);
  *  sanitized build the sanitizers leave such signals to the program's own handlers. */
 QProcessEnvironment crashingChildEnvironment();
 
+/** Stores through @p address, a null or unmapped one, for a real SIGSEGV; the undefined
+ *  behaviour sanitizer's null check is kept out of the way. */
+void writeThrough(int *address);
+
 } // namespace QKTestEnvironment

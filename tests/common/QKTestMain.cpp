@@ -55,6 +55,11 @@ QProcessEnvironment QKTestEnvironment::crashingChildEnvironment()
     return environment;
 }
 
+__attribute__((no_sanitize("null"))) void QKTestEnvironment::writeThrough(int *address)
+{
+    *static_cast<volatile int *>(address) = 42;
+}
+
 int main(int argc, char **argv)
 {
     // The host's resources live in this static library; nothing else would pull them in.

@@ -26,8 +26,6 @@ namespace {
 
 volatile bool g_stopRecursion = false;
 char g_markerPath[PATH_MAX];
-// Written through a volatile, so the compiler cannot see the bad address and drop the write.
-int *volatile g_target = nullptr;
 
 void writeMarker(const char *text)
 {
@@ -88,8 +86,8 @@ public:
         if (!QKCrashReporter::install() || !QKCrashReporter::install())
             std::_Exit(2);
         if (mode.endsWith("segv")) {
-            g_target = mode == "segv" ? nullptr : reinterpret_cast<int *>(0x40);
-            *g_target = 42;
+            QKTestEnvironment::writeThrough(mode == "segv" ? nullptr
+                                                           : reinterpret_cast<int *>(0x40));
         } else if (mode.endsWith("abort")) {
             std::abort();
         } else if (mode == "overflow") {

@@ -11,9 +11,6 @@ namespace {
 
 const char *const CrashHomeVariable = "QK_SUPPORT_TEST_CRASH_HOME";
 
-// Written through a global volatile, so the compiler cannot drop the bad write.
-int *volatile g_nowhere = nullptr;
-
 // A copy of this executable started with QK_SUPPORT_TEST_CRASH_HOME starts the help desk in
 // that HOME as a host does at launch, then writes through a null pointer before any test.
 class CrashingHost : public ::testing::Environment
@@ -29,7 +26,7 @@ public:
         qputenv("TMPDIR", home + "/tmp");
         QKUserDefaults::resetStandardUserDefaults();
         QKHelpDesk::startup();
-        *g_nowhere = 1;
+        QKTestEnvironment::writeThrough(nullptr);
     }
 };
 
