@@ -2,18 +2,6 @@
 
 #include <QKEvents.h>
 
-namespace {
-
-const QString VerticalKey = QStringLiteral("vertical");
-const QString ModifiersKey = QStringLiteral("modifiers");
-const QString ActionKey = QStringLiteral("action");
-const QString ReverseKey = QStringLiteral("reverse");
-const QString TitleKey = QStringLiteral("title");
-
-constexpr quint32 CapsLockMask = 0x10000;
-
-} // namespace
-
 QKScrollWheelActionsModel::QKScrollWheelActionsModel(QObject *parent) : QAbstractTableModel(parent)
 {}
 

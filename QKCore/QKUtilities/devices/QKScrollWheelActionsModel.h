@@ -31,6 +31,15 @@ public:
     /** The titles of a pop-up column's items, as a QStringList. */
     static constexpr int PopUpItemsRole = Qt::UserRole + 1;
 
+    /** The keys of a mapping dictionary, and of an action's entry ("title"). */
+    static inline const QString VerticalKey = QStringLiteral("vertical");
+    static inline const QString ModifiersKey = QStringLiteral("modifiers");
+    static inline const QString ActionKey = QStringLiteral("action");
+    static inline const QString ReverseKey = QStringLiteral("reverse");
+    static inline const QString TitleKey = QStringLiteral("title");
+    /** The Caps Lock bit of the modifier flags. */
+    static constexpr quint32 CapsLockMask = 0x10000;
+
     explicit QKScrollWheelActionsModel(QObject *parent = nullptr);
 
     /** The column's identifier: "axis", "command", "option", "shift", "control",

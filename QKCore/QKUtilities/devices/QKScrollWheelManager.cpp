@@ -27,17 +27,12 @@ const QString QKScrollWheelManager::FrameKey = QStringLiteral("Scroll Wheel Mana
 namespace {
 
 const QString Domain = QStringLiteral("QKScrollWheelManager");
-const QString VerticalKey = QStringLiteral("vertical");
-const QString ModifiersKey = QStringLiteral("modifiers");
-const QString ActionKey = QStringLiteral("action");
-const QString ReverseKey = QStringLiteral("reverse");
-const QString TitleKey = QStringLiteral("title");
+using Mapping = QKScrollWheelActionsModel;
 
 const QRectF DefaultFrame(217, 544, 411, 187);
 constexpr qreal PanelWidth = 411;
 // Caps Lock, Shift, Control, Option and Command; the keypad bit never takes part.
 constexpr quint32 ModifierMask = 0x1F0000;
-constexpr quint32 CapsLockMask = 0x10000;
 // Qt measures wheels in eighths of a degree, 15 degrees a notch; actions get notches.
 constexpr double AngleUnitsPerNotch = 120.0;
 
@@ -73,14 +68,14 @@ std::optional<QVariantMap> mappingFrom(const QVariant &value)
     if (value.typeId() != QMetaType::QVariantMap)
         return std::nullopt;
     const QVariantMap map = value.toMap();
-    const QVariant reverse = map.value(ReverseKey, false);
-    if (!isBool(map.value(VerticalKey)) || !isInteger(map.value(ModifiersKey)) ||
-        !isString(map.value(ActionKey)) || !isBool(reverse))
+    const QVariant reverse = map.value(Mapping::ReverseKey, false);
+    if (!isBool(map.value(Mapping::VerticalKey)) || !isInteger(map.value(Mapping::ModifiersKey)) ||
+        !isString(map.value(Mapping::ActionKey)) || !isBool(reverse))
         return std::nullopt;
-    return QVariantMap{{VerticalKey, map.value(VerticalKey).toBool()},
-                       {ModifiersKey, map.value(ModifiersKey).toLongLong()},
-                       {ActionKey, map.value(ActionKey).toString()},
-                       {ReverseKey, reverse.toBool()}};
+    return QVariantMap{{Mapping::VerticalKey, map.value(Mapping::VerticalKey).toBool()},
+                       {Mapping::ModifiersKey, map.value(Mapping::ModifiersKey).toLongLong()},
+                       {Mapping::ActionKey, map.value(Mapping::ActionKey).toString()},
+                       {Mapping::ReverseKey, reverse.toBool()}};
 }
 
 std::optional<QVariantMap> offeredActionFrom(const QVariant &value)
@@ -88,9 +83,10 @@ std::optional<QVariantMap> offeredActionFrom(const QVariant &value)
     if (value.typeId() != QMetaType::QVariantMap)
         return std::nullopt;
     const QVariantMap map = value.toMap();
-    if (!isString(map.value(TitleKey)) || !isString(map.value(ActionKey)))
+    if (!isString(map.value(Mapping::TitleKey)) || !isString(map.value(Mapping::ActionKey)))
         return std::nullopt;
-    return QVariantMap{{TitleKey, map.value(TitleKey)}, {ActionKey, map.value(ActionKey)}};
+    return QVariantMap{{Mapping::TitleKey, map.value(Mapping::TitleKey)},
+                       {Mapping::ActionKey, map.value(Mapping::ActionKey)}};
 }
 
 void warn(const QObject *sender, const QString &message,
@@ -263,7 +259,7 @@ void QKScrollWheelManager::_scrollWheelEvent(const QWheelEvent *event, QObject *
         return;
     quint32 modifiers = QKEvents::modifierFlags(event->modifiers());
     if (QKCapsLock::isOn())
-        modifiers |= CapsLockMask;
+        modifiers |= Mapping::CapsLockMask;
     QPointF notches = QPointF(event->angleDelta()) / AngleUnitsPerNotch;
     // Qt's X11 platform turns the wheel sideways while Alt is held, as old X programs did;
     // rows with Option are meant for the wheel's own axis.
@@ -282,12 +278,12 @@ bool QKScrollWheelManager::_scrollWheel(double deltaX, double deltaY, quint32 mo
     double amount = vertical ? deltaY : deltaX;
     const QList<QVariantMap> actions = d->model->actions();
     for (const QVariantMap &action : actions) {
-        if (action.value(VerticalKey).toBool() != vertical ||
-            quint32(action.value(ModifiersKey).toLongLong()) != mask)
+        if (action.value(Mapping::VerticalKey).toBool() != vertical ||
+            quint32(action.value(Mapping::ModifiersKey).toLongLong()) != mask)
             continue;
-        if (action.value(ReverseKey).toBool())
+        if (action.value(Mapping::ReverseKey).toBool())
             amount = -amount;
-        const QByteArray selector = action.value(ActionKey).toString().toLatin1();
+        const QByteArray selector = action.value(Mapping::ActionKey).toString().toLatin1();
         if (!target || !QKResponderChain::respondsToAction(target, selector))
             return false;
         return QKResponderChain::sendAction(selector, target, this, amount);
@@ -299,10 +295,11 @@ void QKScrollWheelManager::addAction(QObject *)
 {
     const QList<QVariantMap> offered = d->model->offeredActions();
     d->model->appendAction(
-        {{VerticalKey, true},
-         {ModifiersKey, qint64(0)},
-         {ActionKey, offered.isEmpty() ? QString() : offered.first().value(ActionKey)},
-         {ReverseKey, false}});
+        {{Mapping::VerticalKey, true},
+         {Mapping::ModifiersKey, qint64(0)},
+         {Mapping::ActionKey,
+          offered.isEmpty() ? QString() : offered.first().value(Mapping::ActionKey)},
+         {Mapping::ReverseKey, false}});
 }
 
 void QKScrollWheelManager::removeAction(QObject *)
