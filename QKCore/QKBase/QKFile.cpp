@@ -69,7 +69,7 @@ constexpr LibraryFolder libraryFolders[] = {
 
 QString xdgFolder(const LibraryFolder &folder, const QString &home)
 {
-    // The base directory specification says a relative value is invalid and must be ignored.
+    // A relative value is invalid under the XDG base directory rules and is ignored.
     const QString value = qEnvironmentVariable(folder.variable);
     if (!value.isEmpty() && QDir::isAbsolutePath(value))
         return value;
