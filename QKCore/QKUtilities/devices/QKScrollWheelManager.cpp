@@ -2,6 +2,7 @@
 
 #include "QKCapsLock.h"
 #include "QKPanelFrame.h"
+#include "QKQuitWatcher.h"
 #include "QKScrollWheelActionsModel.h"
 #include "QKScrollWheelPopUpDelegate.h"
 #include "ui_QKScrollWheelManager.h"
@@ -15,7 +16,6 @@
 
 #include <QApplication>
 #include <QHeaderView>
-#include <QTimer>
 #include <QWheelEvent>
 
 #include <optional>
@@ -130,15 +130,15 @@ struct QKScrollWheelManager::Private
     // Whether the user has the panel open. Qt hides every window when the application
     // quits; that hide is not the user's, so it is not counted.
     bool open = false;
-    bool quitting = false;
+    QKQuitWatcher *quitWatcher = nullptr;
 };
 
 QKScrollWheelManager::QKScrollWheelManager() : d(std::make_unique<Private>())
 {
     d->model = new QKScrollWheelActionsModel(this);
+    d->quitWatcher = new QKQuitWatcher(this);
     initialize();
     if (QCoreApplication *app = QCoreApplication::instance()) {
-        app->installEventFilter(this);
         connect(app, &QCoreApplication::aboutToQuit, this, [this] {
             applicationWillTerminate();
             // The panel must not outlive the application object.
@@ -365,15 +365,10 @@ void QKScrollWheelManager::openPopUps()
 
 bool QKScrollWheelManager::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == QCoreApplication::instance() && event->type() == QEvent::Quit) {
-        // Windows close within the delivery of the quit event; should one refuse and the
-        // application go on, hides count again from the next pass of the event loop.
-        d->quitting = true;
-        QTimer::singleShot(0, this, [this] { d->quitting = false; });
-    } else if (d->panel && watched == d->panel.get()) {
+    if (d->panel && watched == d->panel.get()) {
         if (event->type() == QEvent::Show)
             d->open = true;
-        else if (event->type() == QEvent::Hide && !d->quitting)
+        else if (event->type() == QEvent::Hide && !d->quitWatcher->isQuitting())
             d->open = false;
     }
     return false;

@@ -3,6 +3,7 @@
 #include "QKKeyboardShortcuts.h"
 #include "QKKeyboardShortcutsExtensions.h"
 #include "QKPanelFrame.h"
+#include "QKQuitWatcher.h"
 #include "QKShortcut.h"
 #include "QKShortcutGroup.h"
 #include "QKShortcutKey.h"
@@ -17,9 +18,6 @@
 #include <QKeyEvent>
 #include <QPointer>
 #include <QSet>
-#include <QTimer>
-
-#include <functional>
 
 namespace {
 
@@ -37,27 +35,6 @@ QString folded(const QString &text)
 }
 
 // Sees the application's quit event before Qt closes every window for it.
-class QuitWatcher : public QObject
-{
-public:
-    QuitWatcher(QObject *parent, std::function<void()> quitting)
-        : QObject(parent), m_quitting(std::move(quitting))
-    {
-        QCoreApplication::instance()->installEventFilter(this);
-    }
-
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override
-    {
-        if (watched == QCoreApplication::instance() && event->type() == QEvent::Quit)
-            m_quitting();
-        return false;
-    }
-
-private:
-    std::function<void()> m_quitting;
-};
-
 const QRectF FallbackFrame(613, 97, 375, 259);
 constexpr qreal MinimumWidth = 375;
 
@@ -73,7 +50,7 @@ struct QKKeyboardShortcutsEditor::Private
     QPointer<QKShortcut> editingShortcut;
     QKShortcutKey editingKey;
     // Qt closes every window when the application quits; that close is not the user's.
-    bool quitting = false;
+    QKQuitWatcher *quitWatcher = nullptr;
 };
 
 QKKeyboardShortcutsEditor::QKKeyboardShortcutsEditor(QKKeyboardShortcuts *owner)
@@ -138,14 +115,7 @@ void QKKeyboardShortcutsEditor::awakeFromNib()
     d->panel->setGeometry(QKPanelFrame::toScreenGeometry(frame));
     d->panel->installEventFilter(this);
     d->sheet->installEventFilter(this);
-    if (QCoreApplication::instance()) {
-        // Windows close within the delivery of the quit event; should a window refuse and
-        // the application go on, closes count again from the next pass of the event loop.
-        new QuitWatcher(this, [this] {
-            d->quitting = true;
-            QTimer::singleShot(0, this, [this] { d->quitting = false; });
-        });
-    }
+    d->quitWatcher = new QKQuitWatcher(this);
     if (defaults->boolForKey(QKKeyboardShortcuts::OpenKey))
         _openPanel();
 }
@@ -418,7 +388,7 @@ bool QKKeyboardShortcutsEditor::eventFilter(QObject *watched, QEvent *event)
         // The frame's origin is its bottom-left corner, so a resize moves it as well.
         if (event->type() == QEvent::Move || event->type() == QEvent::Resize)
             windowDidMove();
-        else if (event->type() == QEvent::Close && !d->quitting)
+        else if (event->type() == QEvent::Close && !d->quitWatcher->isQuitting())
             windowWillClose();
     } else if (watched == d->sheet && event->type() == QEvent::Close) {
         // Closing the sheet's window is a Cancel.
