@@ -59,7 +59,7 @@ QString downloadDestination(const QString &folder, const QString &fileName)
 {
     if (folder.isEmpty() || fileName.isEmpty())
         return QString();
-    if (!QFileInfo::exists(folder) && QDir().mkpath(folder)) {
+    if (!QKFile::existsAtPath(folder) && QKFile::createDirectoryAtPath(folder)) {
         QKApplicationLog::sharedLog()->info(
             QKApplicationLogContext(QStringLiteral("QKHelpDesk"), nullptr),
             QStringLiteral("Created the download folder %1").arg(folder));
