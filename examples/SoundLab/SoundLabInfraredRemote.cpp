@@ -9,7 +9,6 @@
 
 #include <QAction>
 #include <QMenu>
-#include <QMenuBar>
 #include <QStatusBar>
 #include <QTimer>
 
@@ -72,21 +71,8 @@ SoundLabInfraredRemote::~SoundLabInfraredRemote()
         m_remote->setDelegate(nullptr);
 }
 
-void SoundLabInfraredRemote::addMenuItems(QMenuBar *bar)
+void SoundLabInfraredRemote::addMenuItem(QMenu *devices)
 {
-    QMenu *devices = nullptr;
-    QAction *windowMenu = nullptr;
-    for (QAction *top : bar->actions()) {
-        const QString title = QKMenus::plainTitle(top->text());
-        if (title == tr("Devices"))
-            devices = top->menu();
-        else if (title == tr("Window"))
-            windowMenu = top;
-    }
-    if (!devices) {
-        devices = new QMenu(tr("Devices"), bar);
-        bar->insertMenu(windowMenu, devices);
-    }
     QKMenus::addItemWithTitle(devices, tr("Enable Infrared Remote"), ToggleAction)
         ->setCheckable(true);
 }

@@ -5,7 +5,7 @@
 #include <QObject>
 #include <QPointer>
 
-class QMenuBar;
+class QMenu;
 class SoundLabSignalGenerator;
 class SoundLabWindow;
 
@@ -21,9 +21,8 @@ public:
     SoundLabInfraredRemote(SoundLabWindow *window, SoundLabSignalGenerator *generator);
     ~SoundLabInfraredRemote() override;
 
-    /** Adds "Enable Infrared Remote" to the Devices menu of @p bar, creating that menu in
-     *  front of the Window menu when there is none yet. */
-    static void addMenuItems(QMenuBar *bar);
+    /** Adds the checkable "Enable Infrared Remote" item to @p devices. */
+    static void addMenuItem(QMenu *devices);
     /** Makes the shared receiver one that @p owner feeds with scripted presses through a
      *  pipe, for trying Sound Lab without a receiver. */
     static void useFakeReceiver(QObject *owner);

@@ -76,7 +76,6 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
     });
 
     buildMenus();
-    addScrollWheel();
     for (const char *name : {"Drums", "Bass", "Keys"}) {
         newTrack(nullptr);
         m_tracks->setData(m_tracks->index(m_tracks->rowCount() - 1, 0), QString::fromLatin1(name));
@@ -172,11 +171,13 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(transport, tr("Play/Stop"), "togglePlayback:");
     QKMenus::addItemWithTitle(transport, tr("Rewind"), "rewind:");
 
+    QMenu *devices = bar->addMenu(tr("Devices"));
+    SoundLabInfraredRemote::addMenuItem(devices);
+    addScrollWheel(devices);
+
     QMenu *window = bar->addMenu(tr("Window"));
     QKMenus::addItemWithTitle(window, tr("Minimize"), "showMinimized");
     QKMenus::addItemWithTitle(window, tr("Keyboard Shortcuts…"), "toggleKeyboardShortcuts:");
-
-    SoundLabInfraredRemote::addMenuItems(bar);
 
     QMenu *help = bar->addMenu(tr("Help"));
     // The shortcut registry tells items apart by their action, so each has its own.

@@ -3,6 +3,7 @@
 #include <QMainWindow>
 
 class QLabel;
+class QMenu;
 class SoundLabLevelMeter;
 class SoundLabInfraredRemote;
 class SoundLabSignalGenerator;
@@ -76,7 +77,7 @@ protected:
 
 private:
     void buildMenus();
-    void addScrollWheel();
+    void addScrollWheel(QMenu *devices);
     void restoreFrame();
     void updateTransport();
     void setZoom(int pointSize);

@@ -6,7 +6,6 @@
 #include <QKScrollWheelManager.h>
 
 #include <QMenu>
-#include <QMenuBar>
 #include <QScrollBar>
 #include <QTableView>
 #include <QWheelEvent>
@@ -34,23 +33,6 @@ private:
     QObject *m_target;
 };
 
-// The Devices menu, made before the Window menu when there is none yet.
-QMenu *devicesMenu(QMenuBar *bar)
-{
-    const QString title = QObject::tr("Devices");
-    QAction *windowMenu = nullptr;
-    for (QAction *top : bar->actions()) {
-        const QString plain = QKMenus::plainTitle(top->text());
-        if (plain == title && top->menu())
-            return top->menu();
-        if (plain == QObject::tr("Window"))
-            windowMenu = top;
-    }
-    auto *menu = new QMenu(title, bar);
-    bar->insertMenu(windowMenu, menu);
-    return menu;
-}
-
 // At least one step for any movement, so slow touchpad scrolling still zooms.
 int wholeSteps(double notches)
 {
@@ -65,11 +47,10 @@ constexpr int RowsPerNotch = 3;
 
 } // namespace
 
-void SoundLabWindow::addScrollWheel()
+void SoundLabWindow::addScrollWheel(QMenu *devices)
 {
     new WheelForwarder(m_trackTable->viewport(), this);
-    QKMenus::addItemWithTitle(devicesMenu(menuBar()), tr("Scroll Wheel…"),
-                              "toggleScrollWheelPanel:");
+    QKMenus::addItemWithTitle(devices, tr("Scroll Wheel…"), "toggleScrollWheelPanel:");
 }
 
 void SoundLabWindow::toggleScrollWheelPanel(QObject *sender)
