@@ -7,6 +7,7 @@
 #include "SoundLabSettings.h"
 #include "SoundLabSignalGenerator.h"
 #include "SoundLabSiteDialog.h"
+#include "SoundLabWiiRemote.h"
 
 #include <QKAboutPanel.h>
 #include <QKAlert.h>
@@ -45,7 +46,8 @@ SoundLabWindow::SoundLabWindow(QWidget *parent)
       m_trackTable(new QTableView), m_notes(new QPlainTextEdit), m_transportLabel(new QLabel),
       m_playTimer(new QTimer(this)), m_levelMeter(new SoundLabLevelMeter),
       m_generator(new SoundLabSignalGenerator(2, this)),
-      m_infraredRemote(new SoundLabInfraredRemote(this, m_generator))
+      m_infraredRemote(new SoundLabInfraredRemote(this, m_generator)),
+      m_wiiRemote(new SoundLabWiiRemote(this, m_generator))
 {
     setWindowTitle(QKApplication::sharedApplication()->name());
     m_tracks->setHorizontalHeaderLabels({tr("Track"), tr("Instrument"), tr("Volume")});
@@ -172,6 +174,7 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(transport, tr("Rewind"), "rewind:");
 
     QMenu *devices = bar->addMenu(tr("Devices"));
+    SoundLabWiiRemote::addMenuItem(devices);
     SoundLabInfraredRemote::addMenuItem(devices);
     addScrollWheel(devices);
 
@@ -275,6 +278,12 @@ void SoundLabWindow::enableInfraredRemote(QObject *sender)
 {
     traceAction("enableInfraredRemote:", sender);
     m_infraredRemote->toggle();
+}
+
+void SoundLabWindow::connectWiiRemote(QObject *sender)
+{
+    traceAction("connectWiiRemote:", sender);
+    m_wiiRemote->toggle();
 }
 
 void SoundLabWindow::nudgeLeft(QObject *sender)

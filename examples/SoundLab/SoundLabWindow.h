@@ -6,6 +6,7 @@ class QLabel;
 class QMenu;
 class SoundLabLevelMeter;
 class SoundLabInfraredRemote;
+class SoundLabWiiRemote;
 class SoundLabSignalGenerator;
 class QPlainTextEdit;
 class QStandardItemModel;
@@ -56,6 +57,8 @@ public:
     Q_INVOKABLE void checkForUpdates(QObject *sender);
     /** Starts or stops the infrared remote. */
     Q_INVOKABLE void enableInfraredRemote(QObject *sender);
+    /** Connects or disconnects the Wii Remote. */
+    Q_INVOKABLE void connectWiiRemote(QObject *sender);
     Q_INVOKABLE bool validateMenuItem(QAction *item);
     /** The Devices menu's scroll wheel item: opens or closes the scroll wheel panel. */
     Q_INVOKABLE void toggleScrollWheelPanel(QObject *sender);
@@ -93,6 +96,7 @@ private:
     SoundLabLevelMeter *m_levelMeter;
     SoundLabSignalGenerator *m_generator;
     SoundLabInfraredRemote *m_infraredRemote;
+    SoundLabWiiRemote *m_wiiRemote;
     bool m_playing = false;
     double m_position = 0.0;
     int m_zoom = 10;

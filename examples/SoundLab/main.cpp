@@ -1,6 +1,7 @@
 #include "SoundLabApplication.h"
 #include "SoundLabInfraredRemote.h"
 #include "SoundLabSettings.h"
+#include "SoundLabWiiRemote.h"
 #include "SoundLabWindow.h"
 
 #include <QKHelpDesk.h>
@@ -18,6 +19,8 @@ int main(int argc, char **argv)
     // For trying the Devices menu without the hardware.
     if (app.arguments().contains(QStringLiteral("--fake-infrared")))
         SoundLabInfraredRemote::useFakeReceiver(&app);
+    if (app.arguments().contains(QStringLiteral("--fake-wii-remote")))
+        SoundLabWiiRemote::useFakeRemote(&app);
     std::unique_ptr<SoundLabWindow> window;
     app.finishLaunching([&window] {
         // Sound Lab starts in no time; the pauses let the splash screen be read.
