@@ -315,3 +315,106 @@ TEST_F(QKAUManagerTest, unitThatCrashesTheProcessIsIgnoredByTheNextValidation)
     ASSERT_EQ(acme->text(), u"Acme"_s);
     EXPECT_EQ(titles(acme->menu()), QStringList{u"Delay"_s});
 }
+
+namespace {
+
+class Chooser : public QObject
+{
+    Q_OBJECT
+public:
+    Q_INVOKABLE void choose(QObject *sender) { chosen = qobject_cast<QAction *>(sender)->data(); }
+    QVariant chosen;
+};
+
+QVariantMap entryState(quint32 type, const char *uri, const QString &maker, const QString &name,
+                       bool ignore = false)
+{
+    return QKAUDescription::descriptionWithState(
+               {{u"componentDescription"_s, description(type, uri)},
+                {u"computerCode"_s, Machine},
+                {u"manufacturer"_s, maker},
+                {u"name"_s, name},
+                {u"ignore"_s, ignore}})
+        .state();
+}
+
+} // namespace
+
+TEST_F(QKAUManagerTest, menusGroupByMakerInTitleOrderAndSendToTheTarget)
+{
+    const QVariantList states = {
+        entryState(Effect, "z1", u"Zed"_s, u"Reverb"_s),
+        entryState(Generator, "a1", u"Able"_s, u"Tone"_s),
+        entryState(MusicEffect, "a2", u"Able"_s, u"Gate"_s),
+        entryState(Effect, "z2", u"Zed"_s, u"Broken"_s, true),
+        entryState(Effect, "d1", u"Drum & Bass"_s, u"Kick"_s),
+        entryState(Instrument, "z3", u"Zed"_s, u"Organ"_s),
+    };
+    ASSERT_TRUE(QKTestEnvironment::writeAll(QKAUManager(Machine).databasePath(),
+                                            QKPropertyList::toData(states)));
+    QKAUManager manager(Machine);
+    Chooser chooser;
+    const auto effects = manager.effectsMenuWithTarget(&chooser, "choose:");
+    ASSERT_EQ(titles(effects.get()), QStringList({u"Able"_s, u"Drum && Bass"_s, u"Zed"_s}));
+    EXPECT_EQ(titles(effects->actions().at(0)->menu()), QStringList({u"Gate"_s, u"Tone"_s}));
+    EXPECT_EQ(titles(effects->actions().at(2)->menu()), QStringList{u"Reverb"_s});
+
+    const auto instruments = manager.instrumentsMenuWithTarget(&chooser, "choose:");
+    ASSERT_EQ(titles(instruments.get()), QStringList{u"Zed"_s});
+    instruments->actions().at(0)->menu()->actions().at(0)->trigger();
+    EXPECT_EQ(chooser.chosen, QVariant(description(Instrument, "z3")));
+}
+
+TEST_F(QKAUManagerTest, damagedDatabaseEntriesAreSkippedAndLogged)
+{
+    const QVariantList states = {
+        entryState(Effect, "kept", u"Acme"_s, u"Kept"_s),
+        QVariantMap{{u"componentDescription"_s, QByteArray("short")}},
+        QVariantMap{{u"componentDescription"_s, u"a string of twenty ch"_s}},
+        QVariantMap{{u"name"_s, u"no description"_s}},
+        u"not a dictionary"_s,
+    };
+    ASSERT_TRUE(QKTestEnvironment::writeAll(QKAUManager(Machine).databasePath(),
+                                            QKPropertyList::toData(states)));
+    QKAUManager manager(Machine);
+    ASSERT_EQ(manager.database().size(), 1);
+    EXPECT_EQ(manager.database().at(0).name(), u"Kept"_s);
+    EXPECT_EQ(logText().count(u"has no 20-byte component description"_s), 3);
+    manager.validate();
+    EXPECT_EQ(manager.database().size(), 4);
+
+    ASSERT_TRUE(QKTestEnvironment::writeAll(manager.databasePath(), "garbage \x01\x02"));
+    QKAUManager rebuilt(Machine);
+    EXPECT_TRUE(rebuilt.database().isEmpty());
+    rebuilt.validate();
+    EXPECT_EQ(rebuilt.database().size(), 4);
+}
+
+TEST_F(QKAUManagerTest, hostilePluginFoldersAreSkippedAndLogged)
+{
+    QTemporaryDir folder;
+    const QString notAFolder = folder.filePath(u"file"_s);
+    const QString looping = folder.filePath(u"looping"_s);
+    const QString malformed = folder.filePath(u"malformed"_s);
+    ASSERT_TRUE(QKTestEnvironment::writeAll(notAFolder, "not a folder"));
+    QDir().mkpath(looping);
+    ASSERT_TRUE(QFile::link(looping + u"/b.lv2"_s, looping + u"/a.lv2"_s));
+    ASSERT_TRUE(QFile::link(looping + u"/a.lv2"_s, looping + u"/b.lv2"_s));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(malformed + u"/bad.lv2/manifest.ttl"_s,
+                                            "<urn:x> a <<< not turtle ;;"));
+    ASSERT_TRUE(QKTestEnvironment::writeAll(malformed + u"/nobinary.lv2/manifest.ttl"_s,
+                                            "<urn:qk:nobinary> a "
+                                            "<http://lv2plug.in/ns/lv2core#Plugin> ."));
+    installBundles(
+        {notAFolder, looping, malformed, folder.filePath(u"missing"_s), bundleFolder(u"basic"_s)});
+
+    QKAUManager manager(Machine);
+    manager.validate();
+    EXPECT_EQ(manager.database().size(), 4);
+    const QString log = logText();
+    EXPECT_TRUE(log.contains(u"the LV2 folder %1 is not a folder"_s.arg(notAFolder)));
+    EXPECT_TRUE(log.contains(u"the LV2 bundle %1/a.lv2 is a broken or looping"_s.arg(looping)));
+    EXPECT_TRUE(log.contains(u"the LV2 plug-in urn:qk:nobinary is described incompletely"_s));
+}
+
+#include "test_QKAUManager.moc"

@@ -163,6 +163,13 @@ void QKLV2Host::Private::loadWorld(const QString &path)
     LILV_FOREACH(plugins, i, all)
     {
         const LilvPlugin *plugin = lilv_plugins_get(all, i);
+        // Without a name, binary or well-formed ports there is nothing a host could open.
+        if (!lilv_plugin_verify(plugin)) {
+            warn(QStringLiteral("QKAUManager"),
+                 QStringLiteral("the LV2 plug-in %1 is described incompletely; skipped")
+                     .arg(QString::fromUtf8(lilv_node_as_uri(lilv_plugin_get_uri(plugin)))));
+            continue;
+        }
         const quint32 type = typeOf(plugin);
         const QByteArray description = QKLV2Host::componentDescription(
             type, QByteArray(lilv_node_as_uri(lilv_plugin_get_uri(plugin))));
