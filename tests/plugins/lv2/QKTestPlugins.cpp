@@ -7,6 +7,7 @@
 #include <lv2/urid/urid.h>
 #include <lv2/worker/worker.h>
 
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -121,9 +122,23 @@ const LV2_Descriptor descriptors[] = {
     QK_TEST_PLUGIN("crasher", instantiateCrashing, noExtensionData),
 };
 
+// Copies of the delay under URIs of their own, for the benchmark's generated bundles.
+constexpr uint32_t BenchCopies = 100;
+char benchURIs[BenchCopies][64];
+LV2_Descriptor benchDescriptors[BenchCopies];
+
 } // namespace
 
 extern "C" LV2_SYMBOL_EXPORT const LV2_Descriptor *lv2_descriptor(uint32_t index)
 {
-    return index < sizeof descriptors / sizeof descriptors[0] ? &descriptors[index] : nullptr;
+    constexpr uint32_t count = sizeof descriptors / sizeof descriptors[0];
+    if (index < count)
+        return &descriptors[index];
+    if (index >= count + BenchCopies)
+        return nullptr;
+    const uint32_t copy = index - count;
+    std::snprintf(benchURIs[copy], sizeof benchURIs[copy], QK_TEST_URI "bench/%u", copy);
+    benchDescriptors[copy] = descriptors[0];
+    benchDescriptors[copy].URI = benchURIs[copy];
+    return &benchDescriptors[copy];
 }
