@@ -18,7 +18,7 @@ qk_use_sanitizers() {
 QK_PACKAGES=(
     build-essential cmake pkg-config ccache
     qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev qt6-websockets-dev libqt6sql6-sqlite
-    libgl-dev libxkbcommon-dev libudev-dev libbluetooth-dev
+    libgl-dev libxkbcommon-dev libudev-dev libbluetooth-dev liblilv-dev lv2-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     zip lshw binutils xvfb xdotool python3 curl locales
 )

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "QKAUDescription.h"
+#include "QKUtilitiesGlobal.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+#include <memory>
+
+class QMenu;
+class QObject;
+
+/**
+ * The catalogue of the audio units installed on this machine, kept in
+ * "~/Library/Application Support/Velmora/au_db.plist", and the effects and instruments menus
+ * made from it.
+ *
+ * On Linux the units are the LV2 plug-ins lilv finds along LV2_PATH. Each unit is loaded once,
+ * when it is first seen; while it loads, the marker "loading_au.txt" holds its 20-byte
+ * description, so that a unit that crashes the process is found there by the next validation
+ * and ignored from then on.
+ */
+class QKUTILITIES_EXPORT QKAUManager
+{
+public:
+    /** A manager for the machine @p computerCode, with the catalogue read from its file. A
+     *  missing or damaged file gives an empty catalogue (damage is logged). */
+    explicit QKAUManager(const QString &computerCode);
+    ~QKAUManager();
+    QKAUManager(const QKAUManager &) = delete;
+    QKAUManager &operator=(const QKAUManager &) = delete;
+
+    /** Brings the catalogue up to date with the installed units, loading each new one.
+     *  @throws QKException when a new unit's name has no "<maker>: " part; its marker then
+     *  stays, so the next validation ignores that unit. */
+    void validate();
+
+    /** Every offered unit that is not an instrument (effects, music effects, generators),
+     *  in one submenu per maker; each item sends @p action to @p target (along the responder
+     *  chain when null) and holds the unit's 20-byte component description in its data(). */
+    std::unique_ptr<QMenu> effectsMenuWithTarget(QObject *target, const QByteArray &action) const;
+    /** Every offered instrument, like effectsMenuWithTarget(). */
+    std::unique_ptr<QMenu> instrumentsMenuWithTarget(QObject *target,
+                                                     const QByteArray &action) const;
+
+    QString computerCode() const;
+    QString databasePath() const;
+    /** The marker naming the unit being loaded. */
+    QString loadingComponentPath() const;
+    /** The catalogue, in the order units were first seen. */
+    const QList<QKAUDescription> &database() const;
+
+private:
+    void _saveDatabase() const;
+    qsizetype _indexOfComponentDescription(const QByteArray &description) const;
+    void _prune(const QList<QByteArray> &found);
+    void _recoverFromCrash();
+    void loadNewEntry(qsizetype index);
+    std::unique_ptr<QMenu> _menuWithTarget(QObject *target, const QByteArray &action,
+                                           bool isInstrument) const;
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};
