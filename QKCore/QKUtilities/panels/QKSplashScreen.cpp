@@ -56,6 +56,12 @@ void QKSplashScreen::setAction(const QString &text)
         splashScreen()->setActionText(text);
 }
 
+void QKSplashScreen::setActionIfVisible(const QString &text)
+{
+    if (s_sharedSplash && s_sharedSplash->isVisible())
+        s_sharedSplash->setActionText(text);
+}
+
 void QKSplashScreen::finishLaunching(const std::function<void()> &launchWork)
 {
     splashScreen()->open();

@@ -28,6 +28,9 @@ public:
     /** Shows @p text as the current action of the shared splash screen when the
      *  application uses one; otherwise does nothing and creates no splash screen. */
     static void setAction(const QString &text);
+    /** Shows @p text as the current action when the shared splash screen is on screen;
+     *  otherwise does nothing (also in a process without widgets). */
+    static void setActionIfVisible(const QString &text);
     /** Opens the shared splash screen, runs @p launchWork and closes the splash again. */
     static void finishLaunching(const std::function<void()> &launchWork);
 

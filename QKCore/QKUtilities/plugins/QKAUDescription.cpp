@@ -5,8 +5,6 @@
 #include "QKLV2Host.h"
 #include "QKSplashScreen.h"
 
-#include <QApplication>
-
 #include <cstring>
 
 namespace {
@@ -35,15 +33,6 @@ void takeBool(const QVariantMap &state, const QString &key, bool *field)
     const auto value = state.constFind(key);
     if (value != state.constEnd() && value->typeId() == QMetaType::Bool)
         *field = value->toBool();
-}
-
-void showValidating(const QString &name)
-{
-    // A validator process may run without widgets; it has no splash screen to show.
-    if (!qobject_cast<QApplication *>(QCoreApplication::instance()))
-        return;
-    if (QKSplashScreen::splashScreen()->isVisible())
-        QKSplashScreen::splashScreen()->setActionText(QStringLiteral("Validating '%1'").arg(name));
 }
 
 } // namespace
@@ -112,7 +101,7 @@ void QKAUDescription::load()
                               QStringLiteral("QKRangeException"));
         m_manufacturer = parts.at(0);
         m_name = parts.at(1);
-        showValidating(m_name);
+        QKSplashScreen::setActionIfVisible(QStringLiteral("Validating '%1'").arg(m_name));
     }
 
     // Each side accepts exactly the channel count it has audio ports for; a plug-in that does

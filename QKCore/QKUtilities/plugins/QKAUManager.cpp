@@ -5,6 +5,7 @@
 #include "QKLV2Host.h"
 #include "QKMenus.h"
 #include "QKPluginCatalogueFiles.h"
+#include "QKPluginValidationQueue.h"
 #include "QKResponderChain.h"
 #include "QKSplashScreen.h"
 
@@ -39,6 +40,7 @@ struct QKAUManager::Private
     QString computerCode;
     QKPluginCatalogueFiles files;
     QList<QKAUDescription> database;
+    bool outOfProcess = false;
 };
 
 QKAUManager::QKAUManager(const QString &computerCode) : d(std::make_unique<Private>(computerCode))
@@ -87,6 +89,21 @@ void QKAUManager::validate()
     const QList<QByteArray> found = QKLV2Host::shared().componentDescriptions();
     _prune(found);
     _recoverFromCrash();
+    std::optional<QKPluginValidationQueue> validators;
+    if (d->outOfProcess) {
+        validators = QKPluginValidationQueue::create(
+            QStringLiteral("au"), [this](qsizetype index, const QKPluginValidationQueue::Reply &r) {
+                applyValidatorReply(index, r.state,
+                                    r.loaded              ? QString()
+                                    : r.failure.isEmpty() ? QStringLiteral("no reason given")
+                                                          : r.failure);
+            });
+        if (!validators)
+            QKApplicationLog::sharedLog()->warning(
+                QKApplicationLogContext(LogDomain),
+                QStringLiteral("the plug-in validator program is missing; units are loaded "
+                               "in this process"));
+    }
     for (const QByteArray &description : found) {
         if (_indexOfComponentDescription(description) >= 0)
             continue;
@@ -96,8 +113,23 @@ void QKAUManager::validate()
         d->database.append(entry);
         // Saved before loading, so the entry exists when the unit takes the process down.
         _saveDatabase();
-        loadNewEntry(d->database.size() - 1);
+        if (validators)
+            validators->load(d->database.size() - 1, entry.state());
+        else
+            loadNewEntry(d->database.size() - 1);
     }
+    if (validators)
+        validators->finish();
+}
+
+void QKAUManager::setValidatesOutOfProcess(bool outOfProcess)
+{
+    d->outOfProcess = outOfProcess;
+}
+
+bool QKAUManager::validatesOutOfProcess() const
+{
+    return d->outOfProcess;
 }
 
 void QKAUManager::_prune(const QList<QByteArray> &found)
@@ -144,6 +176,24 @@ void QKAUManager::loadNewEntry(qsizetype index)
     // An exception leaves the marker: the next validation ignores this unit.
     entry.load();
     d->files.removeMarker();
+    _saveDatabase();
+}
+
+// What a validator learnt about the unit; a unit whose validator failed is never offered.
+void QKAUManager::applyValidatorReply(qsizetype index, const QVariantMap &state,
+                                      const QString &failure)
+{
+    QKAUDescription &entry = d->database[index];
+    if (failure.isEmpty()) {
+        entry.setState(state);
+        QKSplashScreen::setActionIfVisible(QStringLiteral("Validating '%1'").arg(entry.name()));
+    } else {
+        QKApplicationLog::sharedLog()->warning(
+            QKApplicationLogContext(LogDomain),
+            QStringLiteral("validating the unit %1 failed (%2); it is ignored from now on")
+                .arg(QString::fromLatin1(entry.componentDescription().toHex()), failure));
+        entry.setIgnore(true);
+    }
     _saveDatabase();
 }
 

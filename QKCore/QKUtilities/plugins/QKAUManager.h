@@ -37,6 +37,13 @@ public:
      *  stays, so the next validation ignores that unit. */
     void validate();
 
+    /** With @p outOfProcess, each new unit is loaded in a validator process that comes with
+     *  the library, up to one per core at a time; a unit that crashes or hangs its validator
+     *  (10 s) is ignored in the same validation, and the host keeps running. Off by
+     *  default: units are then loaded in the host, guarded by the marker. */
+    void setValidatesOutOfProcess(bool outOfProcess);
+    bool validatesOutOfProcess() const;
+
     /** Every offered unit that is not an instrument (effects, music effects, generators),
      *  in one submenu per maker; each item sends @p action to @p target (along the responder
      *  chain when null) and holds the unit's 20-byte component description in its data(). */
@@ -58,6 +65,7 @@ private:
     void _prune(const QList<QByteArray> &found);
     void _recoverFromCrash();
     void loadNewEntry(qsizetype index);
+    void applyValidatorReply(qsizetype index, const QVariantMap &state, const QString &failure);
     std::unique_ptr<QMenu> _menuWithTarget(QObject *target, const QByteArray &action,
                                            bool isInstrument) const;
 

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "QKPluginValidatorPool.h"
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+
+/**
+ * The loads of one validation run, done in validator processes. A catalogue hands over each
+ * new entry as it appends it; the replies come back to it in that same order, each through
+ * the given function, while up to one validator per core works ahead. An entry whose load
+ * crashes or hangs its validator gets a reply that did not load.
+ */
+class QKPluginValidationQueue
+{
+public:
+    using Reply = QKPluginValidatorPool::Reply;
+    using ApplyReply = std::function<void(qsizetype index, const Reply &reply)>;
+
+    /** Nothing when the validator program cannot be found; the caller then loads in its
+     *  own process. */
+    static std::optional<QKPluginValidationQueue> create(const QString &kind, ApplyReply apply);
+
+    /** Queues the load of the entry at @p index of the catalogue, whose state is @p state. */
+    void load(qsizetype index, const QVariantMap &state);
+    /** Waits for every queued load and applies its reply. */
+    void finish();
+
+private:
+    QKPluginValidationQueue(const QString &program, const QString &kind, ApplyReply apply);
+    void applyNext();
+
+    QString m_kind;
+    ApplyReply m_apply;
+    std::shared_ptr<QKPluginValidatorPool> m_pool;
+    std::deque<qsizetype> m_indexes;
+    int m_window;
+};
