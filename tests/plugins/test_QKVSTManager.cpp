@@ -1,4 +1,5 @@
 #include "QKApplicationLog.h"
+#include "QKMenus.h"
 #include "QKPropertyList.h"
 #include "QKTestEnvironment.h"
 #include "QKTestPrinters.h"
@@ -65,9 +66,11 @@ QString outline(const QMenu *menu)
     QStringList items;
     for (const QAction *item : menu->actions()) {
         if (item->menu())
-            items << item->text() + u">["_s + outline(item->menu()) + u']';
+            items << QKMenus::plainTitle(item->text()) + u">["_s + outline(item->menu()) + u']';
+        else if (item->isEnabled())
+            items << QKMenus::plainTitle(item->text());
         else
-            items << (item->isEnabled() ? item->text() : u'(' + item->text() + u')');
+            items << u'(' + QKMenus::plainTitle(item->text()) + u')';
     }
     return items.join(u", "_s);
 }
@@ -228,13 +231,15 @@ TEST(VSTCatalogue, menusFollowTheFoldersBelowThePluginFolder)
     install(u"Effect"_s, u"Delay.so"_s);
     install(u"Effect"_s, u"Acme/Sub/Deep.so"_s);
     install(u"Effect"_s, u"acme2/Chorus.so"_s);
+    install(u"Effect"_s, u"R&B/Bass & Drums.so"_s);
     install(u"SynthByFlag"_s, u"Synths/Pad.so"_s);
     install(u"SynthByCategory"_s, u"Lead.so"_s);
     install(u"WrongMagic"_s, u"Acme/Broken.so"_s);
     auto manager = makeManager();
     manager->validate();
 
-    EXPECT_EQ(effects(*manager), u"Acme>[Reverb, Sub>[Deep]], acme2>[Chorus], Delay"_s);
+    EXPECT_EQ(effects(*manager),
+              u"Acme>[Reverb, Sub>[Deep]], acme2>[Chorus], Delay, R&B>[Bass & Drums]"_s);
     EXPECT_EQ(instruments(*manager), u"Lead, Synths>[Pad]"_s);
 
     PluginChooser chooser;

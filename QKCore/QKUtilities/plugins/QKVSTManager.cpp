@@ -47,6 +47,12 @@ QStringList menuFolders(const QString &path, const QStringList &roots)
     return {};
 }
 
+// Names are shown as they are: an "&" in a file or folder name is no mnemonic.
+QString menuText(QString title)
+{
+    return title.replace(QLatin1Char('&'), QLatin1String("&&"));
+}
+
 QMenu *submenuWithTitle(QMenu *menu, const QString &title)
 {
     const QList<QAction *> items = menu->actions();
@@ -54,7 +60,7 @@ QMenu *submenuWithTitle(QMenu *menu, const QString &title)
         if (item->menu() && QKMenus::plainTitle(item->text()) == title)
             return item->menu();
     }
-    QAction *item = QKMenus::addItemSortedWithTitle(menu, title, QByteArray());
+    QAction *item = QKMenus::addItemSortedWithTitle(menu, menuText(title), QByteArray());
     QObject::disconnect(item, &QAction::triggered, nullptr, nullptr);
     auto *submenu = new QMenu(title, menu);
     item->setMenu(submenu);
@@ -293,7 +299,8 @@ std::unique_ptr<QMenu> QKVSTManager::_menuWithTarget(QObject *target, const QByt
         const QStringList folders = menuFolders(entry.path(), d->folders);
         for (const QString &folder : folders)
             folderMenu = submenuWithTitle(folderMenu, folder);
-        QAction *item = QKMenus::addItemSortedWithTitle(folderMenu, entry.filename(), action);
+        QAction *item =
+            QKMenus::addItemSortedWithTitle(folderMenu, menuText(entry.filename()), action);
         item->setData(QVariant::fromValue(entry));
         QObject::disconnect(item, &QAction::triggered, nullptr, nullptr);
         const bool targeted = target != nullptr;
