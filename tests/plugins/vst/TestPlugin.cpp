@@ -32,15 +32,19 @@ intptr_t dispatch(QKVST2::AEffect *, int32_t opcode, int32_t, intptr_t, void *pt
 
 QKVST2::AEffect g_effect = {};
 
-__attribute__((no_sanitize("null"))) void crash()
+// A real fault at address zero; the sanitizers' null check must not report it first, and the
+// compiler must not see the address to turn the store into something else.
+volatile intptr_t g_nowhere = 0;
+
+__attribute__((noinline, no_sanitize("null"))) void crash(int *address)
 {
-    *static_cast<volatile int *>(nullptr) = 42;
+    *static_cast<volatile int *>(address) = 42;
 }
 
 QKVST2::AEffect *makeEffect(QKVST2::HostCallback host)
 {
     if (QK_TEST_BEHAVIOUR == 1)
-        crash();
+        crash(reinterpret_cast<int *>(g_nowhere));
     while (QK_TEST_BEHAVIOUR == 2)
         ::pause();
     if (QK_TEST_BEHAVIOUR == 3)
