@@ -3,6 +3,7 @@
 #include "SoundLabInfoDialog.h"
 #include "SoundLabInfraredRemote.h"
 #include "SoundLabLevelMeter.h"
+#include "SoundLabPlugins.h"
 #include "SoundLabPreferences.h"
 #include "SoundLabSettings.h"
 #include "SoundLabSignalGenerator.h"
@@ -205,6 +206,39 @@ void SoundLabWindow::buildMenus()
     QKMenus::addItemWithTitle(debug, tr("Open Debug Log"), "openDebugLog:");
     debug->addSeparator();
     QKMenus::addItemWithTitle(debug, tr("Crash Sound Lab"), "crashSoundLab:");
+}
+
+void SoundLabWindow::addPluginMenus(SoundLabPlugins *plugins)
+{
+    m_plugins = plugins;
+    plugins->addMenus(menuBar(), this);
+}
+
+void SoundLabWindow::chooseEffect(QObject *sender)
+{
+    const auto *item = qobject_cast<const QAction *>(sender);
+    if (!item || !m_plugins)
+        return;
+    const SoundLabPlugins::Choice choice = m_plugins->describe(item->data());
+    trace(QStringLiteral("effect %1").arg(choice.title));
+    statusBar()->showMessage(tr("Effect: %1").arg(choice.title), 4000);
+}
+
+void SoundLabWindow::chooseInstrument(QObject *sender)
+{
+    const auto *item = qobject_cast<const QAction *>(sender);
+    if (!item || !m_plugins)
+        return;
+    const SoundLabPlugins::Choice choice = m_plugins->describe(item->data());
+    const QModelIndex current = m_trackTable->currentIndex();
+    if (choice.title.isEmpty() || !current.isValid()) {
+        statusBar()->showMessage(tr("Select a track for the instrument first"), 4000);
+        return;
+    }
+    QStandardItem *cell = m_tracks->item(current.row(), 1);
+    cell->setText(choice.title);
+    cell->setToolTip(choice.details);
+    trace(QStringLiteral("instrument %1 on track row %2").arg(choice.title).arg(current.row()));
 }
 
 void SoundLabWindow::newTrack(QObject *sender)

@@ -7,6 +7,7 @@ class QMenu;
 class SoundLabLevelMeter;
 class SoundLabInfraredRemote;
 class SoundLabWiiRemote;
+class SoundLabPlugins;
 class SoundLabSignalGenerator;
 class QPlainTextEdit;
 class QStandardItemModel;
@@ -68,6 +69,13 @@ public:
     Q_INVOKABLE void zoomBy(double notches);
     Q_INVOKABLE void nudgeBy(double notches);
 
+    /** The plug-in menus: an effect chosen is announced, an instrument chosen becomes the
+     *  selected track's instrument. */
+    Q_INVOKABLE void chooseEffect(QObject *sender);
+    Q_INVOKABLE void chooseInstrument(QObject *sender);
+    /** Adds the Effects and Instruments menus of @p plugins, which outlives the window. */
+    void addPluginMenus(SoundLabPlugins *plugins);
+
     /** The number of tracks in the session. */
     int trackCount() const;
 
@@ -97,6 +105,7 @@ private:
     SoundLabSignalGenerator *m_generator;
     SoundLabInfraredRemote *m_infraredRemote;
     SoundLabWiiRemote *m_wiiRemote;
+    SoundLabPlugins *m_plugins = nullptr;
     bool m_playing = false;
     double m_position = 0.0;
     int m_zoom = 10;

@@ -5,6 +5,7 @@
 #include "QKFile.h"
 #include "QKMenus.h"
 #include "QKPluginCatalogueFiles.h"
+#include "QKPluginValidationQueue.h"
 #include "QKResponderChain.h"
 #include "QKSplashScreen.h"
 
@@ -22,13 +23,6 @@ const QString LogDomain = QStringLiteral("QKVSTManager");
 void warn(const QString &message)
 {
     QKApplicationLog::sharedLog()->warning(QKApplicationLogContext(LogDomain), message);
-}
-
-bool splashScreenIsVisible()
-{
-    // Asking the splash screen would create one in a host that never shows it.
-    const QKApplication *app = QKApplication::sharedApplication();
-    return app && app->usesSplashScreen() && QKSplashScreen::splashScreen()->isVisible();
 }
 
 // The folders between the plug-in folder and the file: the first folder, in walk order,
@@ -83,6 +77,9 @@ struct QKVSTManager::Private
     QString computerCode;
     QKPluginCatalogueFiles files;
     QList<QKVSTDescription> database;
+    bool outOfProcess = false;
+    // The validators of the validation under way, when it loads out of process.
+    std::optional<QKPluginValidationQueue> validators;
     QStringList folders = QKVSTManager::standardPluginFolders();
     // Canonical folders walked during this validation: a link back up the tree, or two ways
     // into one folder, must not walk it again.
@@ -154,6 +151,19 @@ void QKVSTManager::validate()
     _prune();
     _recoverFromCrash();
     d->walked.clear();
+    if (d->outOfProcess) {
+        d->validators = QKPluginValidationQueue::create(
+            QStringLiteral("vst"),
+            [this](qsizetype index, const QKPluginValidationQueue::Reply &r) {
+                applyValidatorReply(index, r.state,
+                                    r.loaded              ? QString()
+                                    : r.failure.isEmpty() ? QStringLiteral("no reason given")
+                                                          : r.failure);
+            });
+        if (!d->validators)
+            warn(QStringLiteral("the plug-in validator program is missing; plug-ins are loaded "
+                                "in this process"));
+    }
     for (const QString &folder : std::as_const(d->folders)) {
         const QFileInfo info(folder);
         if (!info.exists())
@@ -164,6 +174,20 @@ void QKVSTManager::validate()
         }
         _loadDescriptionsForDirectory(folder);
     }
+    if (d->validators) {
+        d->validators->finish();
+        d->validators.reset();
+    }
+}
+
+void QKVSTManager::setValidatesOutOfProcess(bool outOfProcess)
+{
+    d->outOfProcess = outOfProcess;
+}
+
+bool QKVSTManager::validatesOutOfProcess() const
+{
+    return d->outOfProcess;
 }
 
 // An updated plug-in keeps its path, so the modification date is what tells it apart; it
@@ -236,15 +260,33 @@ void QKVSTManager::_addPlugin(const QString &path)
     d->database.append(entry);
     // Saved before the load, so that a crash inside it leaves an entry for the marker.
     _saveDatabase();
-    loadNewEntry(d->database.size() - 1);
+    if (d->validators) {
+        QKSplashScreen::setActionIfVisible(QStringLiteral("Validating '%1'").arg(entry.filename()));
+        d->validators->load(d->database.size() - 1, entry.state());
+    } else {
+        loadNewEntry(d->database.size() - 1);
+    }
+}
+
+// What a validator learnt about the plug-in; one whose validator failed is never offered.
+void QKVSTManager::applyValidatorReply(qsizetype index, const QVariantMap &state,
+                                       const QString &failure)
+{
+    QKVSTDescription &entry = d->database[index];
+    if (failure.isEmpty()) {
+        entry.setState(state);
+    } else {
+        warn(QStringLiteral("validating \"%1\" failed (%2); it is ignored from now on")
+                 .arg(entry.path(), failure));
+        entry.setIgnore(true);
+    }
+    _saveDatabase();
 }
 
 void QKVSTManager::loadNewEntry(qsizetype index)
 {
     QKVSTDescription &entry = d->database[index];
-    if (splashScreenIsVisible())
-        QKSplashScreen::splashScreen()->setActionText(
-            QStringLiteral("Validating '%1'").arg(entry.filename()));
+    QKSplashScreen::setActionIfVisible(QStringLiteral("Validating '%1'").arg(entry.filename()));
     d->files.writeMarker(QFile::encodeName(entry.path()));
     entry.load();
     d->files.removeMarker();

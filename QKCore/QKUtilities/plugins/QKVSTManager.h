@@ -48,6 +48,13 @@ public:
      *  (link loops, unreadable folders, a folder that is a file) are logged and skipped. */
     void validate();
 
+    /** With @p outOfProcess, each new plug-in is loaded in a validator process that comes
+     *  with the library, up to one per core at a time; a plug-in that crashes or hangs its
+     *  validator (10 s) is ignored in the same validation, and the host keeps running. Off
+     *  by default: plug-ins are then loaded in the host, guarded by the marker. */
+    void setValidatesOutOfProcess(bool outOfProcess);
+    bool validatesOutOfProcess() const;
+
     /** The non-ignored loaded effects, in submenus by folder, sorted by title; each item
      *  sends @p action to @p target (along the responder chain when null) and holds its
      *  QKVSTDescription as data(). An empty catalogue gives the one item "No plug-ins
@@ -70,6 +77,7 @@ private:
     void _loadDescriptionsForDirectory(const QString &folder);
     void _addPlugin(const QString &path);
     void loadNewEntry(qsizetype index);
+    void applyValidatorReply(qsizetype index, const QVariantMap &state, const QString &failure);
     qsizetype _descriptionForPath(const QString &path) const;
     void _saveDatabase() const;
     std::unique_ptr<QMenu> _menuWithTarget(QObject *target, const QByteArray &action,
