@@ -25,6 +25,16 @@ QByteArray QKPropertyList::toData(const QVariant &value, Format format, QString 
     return writeXml(value, errorString);
 }
 
+QByteArray QKPropertyList::xmlElement(const QVariant &value, int depth, QString *errorString)
+{
+    return writeXmlElement(value, depth, errorString);
+}
+
+QByteArray QKPropertyList::xmlDocument(const QByteArray &rootElement)
+{
+    return QKPropertyListFormats::xmlDocument(rootElement);
+}
+
 QVariant QKPropertyList::readFile(const QString &path, QString *errorString)
 {
     QFile file(path);

@@ -34,6 +34,14 @@ public:
     static QByteArray toData(const QVariant &value, Format format = Format::Xml,
                              QString *errorString = nullptr);
 
+    /** The XML of @p value as an element nested @p depth levels deep, without the document
+     *  around it; empty when it cannot be stored. With xmlDocument(), a writer can keep the
+     *  elements of a large list and encode again only those that change:
+     *  xmlDocument(xmlElement(v, 0)) == toData(v). */
+    static QByteArray xmlElement(const QVariant &value, int depth, QString *errorString = nullptr);
+    /** The XML property list document around @p rootElement. */
+    static QByteArray xmlDocument(const QByteArray &rootElement);
+
     /** The property list stored at @p path; invalid when missing or unreadable. */
     static QVariant readFile(const QString &path, QString *errorString = nullptr);
 

@@ -36,6 +36,8 @@ QVariant dateFromSeconds(double seconds);
 
 QVariant readXml(const QByteArray &data, QString *error);
 QByteArray writeXml(const QVariant &value, QString *error);
+QByteArray writeXmlElement(const QVariant &value, int depth, QString *error);
+QByteArray xmlDocument(const QByteArray &rootElement);
 QVariant readBinary(const QByteArray &data, QString *error);
 QByteArray writeBinary(const QVariant &value, QString *error);
 

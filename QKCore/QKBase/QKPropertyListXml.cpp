@@ -507,15 +507,20 @@ private:
 class XmlWriter
 {
 public:
-    QByteArray write(const QVariant &root, QString *error)
+    static QByteArray document(const QByteArray &rootElement)
     {
-        m_out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-                "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-                "<plist version=\"1.0\">\n";
-        if (!value(root, 0, error))
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+               "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+               "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+               "<plist version=\"1.0\">\n" +
+               rootElement + "</plist>\n";
+    }
+
+    QByteArray element(const QVariant &root, int depth, QString *error)
+    {
+        m_out.clear();
+        if (!value(root, depth, error))
             return QByteArray();
-        m_out += "</plist>\n";
         return m_out;
     }
 
@@ -666,5 +671,16 @@ QVariant QKPropertyListFormats::readXml(const QByteArray &data, QString *error)
 
 QByteArray QKPropertyListFormats::writeXml(const QVariant &value, QString *error)
 {
-    return XmlWriter().write(value, error);
+    const QByteArray root = XmlWriter().element(value, 0, error);
+    return root.isEmpty() ? root : XmlWriter::document(root);
+}
+
+QByteArray QKPropertyListFormats::writeXmlElement(const QVariant &value, int depth, QString *error)
+{
+    return XmlWriter().element(value, depth, error);
+}
+
+QByteArray QKPropertyListFormats::xmlDocument(const QByteArray &rootElement)
+{
+    return XmlWriter::document(rootElement);
 }

@@ -4,6 +4,7 @@
 #include "QKAUManager.h"
 #include "QKApplicationLog.h"
 #include "QKMenus.h"
+#include "QKPropertyList.h"
 #include "QKTestEnvironment.h"
 #include "QKVSTManager.h"
 
@@ -73,6 +74,12 @@ TEST(PluginValidators, vstPluginsThatCrashOrHangAreIgnoredInTheSameValidation)
               QStringList({u"Synth>[Pad]"_s}));
     EXPECT_FALSE(QFileInfo::exists(manager.loadingFilePath()));
     EXPECT_EQ(logCount("it is ignored from now on"), 2);
+    // Saved a piece at a time, with replies arriving after later entries were added, the file
+    // is still exactly the whole catalogue.
+    QVariantList states;
+    for (const QKVSTDescription &entry : manager.database())
+        states << entry.state();
+    EXPECT_EQ(QKTestEnvironment::readAll(manager.databasePath()), QKPropertyList::toData(states));
 
     // The verdicts were saved: the next validation, in the host, loads none of them again.
     QKVSTManager relaunched(Machine);
@@ -101,4 +108,33 @@ TEST(PluginValidators, aUnitThatCrashesItsValidatorIsIgnoredInTheSameValidation)
               QStringList({u"Able>[Piano]"_s}));
     EXPECT_FALSE(QFileInfo::exists(manager.loadingComponentPath()));
     EXPECT_EQ(logCount("it is ignored from now on"), 1);
+}
+
+TEST(PluginValidators, anEntryWithTextXmlCannotCarryDoesNotStopTheCatalogueFromSaving)
+{
+    const QString root = QKTestEnvironment::homeFile(u"vst"_s);
+    QDir().mkpath(root);
+    for (const char *name : {"Old", "New"})
+        ASSERT_TRUE(QFile::copy(QStringLiteral(QK_TEST_VST_DIR "/Effect.so"),
+                                root + u'/' + QString::fromLatin1(name) + u".so"_s));
+    QKVSTManager manager(Machine);
+    manager.setPluginFolders({root});
+    // A binary database can hold a name with a control character; XML cannot.
+    QKVSTDescription old = QKVSTDescription::descriptionWithPath(root + u"/Old.so"_s);
+    old.setComputerCode(Machine);
+    QVariantMap state = old.state();
+    state.insert(u"name"_s, u"Bad\u0001Name"_s);
+    QDir().mkpath(QFileInfo(manager.databasePath()).path());
+    ASSERT_TRUE(QKPropertyList::writeFile(QVariantList{state}, manager.databasePath(),
+                                          QKPropertyList::Format::Binary));
+
+    QKVSTManager relaunched(Machine);
+    relaunched.setPluginFolders({root});
+    relaunched.validate();
+
+    const QVariantList saved = QKPropertyList::readFile(relaunched.databasePath()).toList();
+    ASSERT_EQ(saved.size(), 2);
+    EXPECT_EQ(saved.at(0).toMap().value(u"name"_s), u"Bad\uFFFDName"_s);
+    EXPECT_EQ(saved.at(1).toMap().value(u"name"_s), u"Test Delay"_s);
+    EXPECT_EQ(logCount("saved with that text replaced"), 1);
 }

@@ -112,7 +112,7 @@ void QKAUManager::validate()
         entry.setComputerCode(d->computerCode);
         d->database.append(entry);
         // Saved before loading, so the entry exists when the unit takes the process down.
-        _saveDatabase();
+        _saveDatabase(d->database.size() - 1);
         if (validators)
             validators->load(d->database.size() - 1, entry.state());
         else
@@ -164,7 +164,7 @@ void QKAUManager::_recoverFromCrash()
             QStringLiteral("'%1: %2' stopped the process while loading; it is ignored from now on")
                 .arg(entry.manufacturer(), entry.name()));
         entry.setIgnore(true);
-        _saveDatabase();
+        _saveDatabase(index);
     }
     d->files.removeMarker();
 }
@@ -176,7 +176,7 @@ void QKAUManager::loadNewEntry(qsizetype index)
     // An exception leaves the marker: the next validation ignores this unit.
     entry.load();
     d->files.removeMarker();
-    _saveDatabase();
+    _saveDatabase(index);
 }
 
 // What a validator learnt about the unit; a unit whose validator failed is never offered.
@@ -194,16 +194,13 @@ void QKAUManager::applyValidatorReply(qsizetype index, const QVariantMap &state,
                 .arg(QString::fromLatin1(entry.componentDescription().toHex()), failure));
         entry.setIgnore(true);
     }
-    _saveDatabase();
+    _saveDatabase(index);
 }
 
-void QKAUManager::_saveDatabase() const
+void QKAUManager::_saveDatabase(std::optional<qsizetype> changed) const
 {
-    QList<QVariantMap> states;
-    states.reserve(d->database.size());
-    for (const QKAUDescription &entry : d->database)
-        states.append(entry.state());
-    d->files.saveDatabase(states);
+    d->files.saveDatabase(
+        d->database.size(), [this](qsizetype i) { return d->database.at(i).state(); }, changed);
 }
 
 qsizetype QKAUManager::_indexOfComponentDescription(const QByteArray &description) const

@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class QMenu;
 class QObject;
@@ -60,7 +61,9 @@ public:
     const QList<QKAUDescription> &database() const;
 
 private:
-    void _saveDatabase() const;
+    /** Saves the catalogue; @p changed names its only entry changed or appended since the
+     *  last save, when that is so. */
+    void _saveDatabase(std::optional<qsizetype> changed = std::nullopt) const;
     qsizetype _indexOfComponentDescription(const QByteArray &description) const;
     void _prune(const QList<QByteArray> &found);
     void _recoverFromCrash();

@@ -53,24 +53,81 @@ QList<QVariantMap> QKPluginCatalogueFiles::readDatabase() const
     return states;
 }
 
-void QKPluginCatalogueFiles::saveDatabase(const QList<QVariantMap> &states) const
+void QKPluginCatalogueFiles::saveDatabase(qsizetype count,
+                                          const std::function<QVariantMap(qsizetype)> &stateAt,
+                                          std::optional<qsizetype> changed)
 {
-    QVariantList root;
-    root.reserve(states.size());
-    for (const QVariantMap &state : states)
-        root.append(state);
+    const qsizetype known = m_encodedEntries.size();
+    if (changed && *changed < count &&
+        (known == count || (known + 1 == count && *changed == known))) {
+        m_encodedEntries.resize(count);
+        m_encodedEntries[*changed] = encodeEntry(stateAt(*changed));
+    } else {
+        m_encodedEntries.clear();
+        m_encodedEntries.reserve(count);
+        for (qsizetype i = 0; i < count; ++i)
+            m_encodedEntries.append(encodeEntry(stateAt(i)));
+    }
+    QByteArray root;
+    if (m_encodedEntries.isEmpty()) {
+        root = "<array/>\n";
+    } else {
+        root = "<array>\n";
+        for (const QByteArray &entry : std::as_const(m_encodedEntries))
+            root += entry;
+        root += "</array>\n";
+    }
+    const QByteArray document = QKPropertyList::xmlDocument(root);
+
     QString error;
-    const QString folder = QFileInfo(m_databasePath).path();
-    if (!QKFile::createDirectoryAtPath(folder, &error) ||
-        !QKPropertyList::writeFile(root, m_databasePath, QKPropertyList::Format::Xml,
-                                   /*atomically=*/false, &error)) {
+    QFile file(m_databasePath);
+    bool saved = QKFile::createDirectoryAtPath(QFileInfo(m_databasePath).path(), &error);
+    if (saved) {
+        saved = file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+                file.write(document) == document.size() && file.flush();
+        if (!saved)
+            error = file.errorString();
+    }
+    if (!saved) {
+        // Whatever is on disk may now be a part of a file; the next save writes it whole.
+        m_encodedEntries.clear();
         if (!m_saveFailureLogged)
             warn(QStringLiteral("cannot save the plug-in database %1: %2")
                      .arg(m_databasePath, error));
-        m_saveFailureLogged = true;
-        return;
     }
-    m_saveFailureLogged = false;
+    m_saveFailureLogged = !saved;
+}
+
+QByteArray QKPluginCatalogueFiles::encodeEntry(const QVariantMap &state)
+{
+    QString error;
+    QByteArray encoded = QKPropertyList::xmlElement(state, 1, &error);
+    if (!encoded.isEmpty())
+        return encoded;
+    // A plug-in's name or maker may hold control characters; one such entry must not keep the
+    // whole catalogue from being saved.
+    QVariantMap storable = state;
+    for (QVariant &value : storable) {
+        if (value.typeId() != QMetaType::QString)
+            continue;
+        QString text = value.toString();
+        for (qsizetype i = 0; i < text.size(); ++i) {
+            const QChar c = text.at(i);
+            if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+                ++i;
+                continue;
+            }
+            if ((c < QChar(0x20) && c != u'\t' && c != u'\n' && c != u'\r') || c.isSurrogate() ||
+                c == QChar(0xfffe) || c == QChar(0xffff))
+                text[i] = QChar::ReplacementCharacter;
+        }
+        value = text;
+    }
+    warn(QStringLiteral("a plug-in entry holds text a property list cannot store (%1); it is "
+                        "saved with that text replaced")
+             .arg(error));
+    encoded = QKPropertyList::xmlElement(storable, 1, &error);
+    return encoded;
 }
 
 bool QKPluginCatalogueFiles::writeMarker(const QByteArray &contents) const

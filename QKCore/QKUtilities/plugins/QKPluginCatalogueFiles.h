@@ -4,6 +4,7 @@
 #include <QString>
 #include <QVariantMap>
 
+#include <functional>
 #include <optional>
 
 /**
@@ -27,8 +28,13 @@ public:
      *  property list array is kept aside as "<name>.corrupt" and gives none; elements that
      *  are not dictionaries are skipped. Each problem is logged. */
     QList<QVariantMap> readDatabase() const;
-    /** Writes @p states as the database, creating its folder when needed. */
-    void saveDatabase(const QList<QVariantMap> &states) const;
+    /** Writes the @p count entries whose states @p stateAt gives as the database, creating
+     *  its folder when needed. @p changed names the one entry that changed or was appended
+     *  since the last save, if that is all that changed: only that entry is encoded again,
+     *  which keeps a catalogue that saves after every plug-in from slowing down as it grows.
+     *  An entry holding text XML cannot carry is saved with that text replaced, and logged. */
+    void saveDatabase(qsizetype count, const std::function<QVariantMap(qsizetype)> &stateAt,
+                      std::optional<qsizetype> changed = std::nullopt);
 
     /** Writes the marker; false (logged) when it cannot be written. */
     bool writeMarker(const QByteArray &contents) const;
@@ -38,10 +44,13 @@ public:
 
 private:
     void warn(const QString &message) const;
+    QByteArray encodeEntry(const QVariantMap &state);
 
     QString m_logDomain;
     QString m_databasePath;
     QString m_markerPath;
     // One failed save is worth a log line; the next thousand alike are not.
-    mutable bool m_saveFailureLogged = false;
+    bool m_saveFailureLogged = false;
+    // The XML of every entry as last saved, in catalogue order.
+    QList<QByteArray> m_encodedEntries;
 };

@@ -216,7 +216,7 @@ void QKVSTManager::_recoverFromCrash()
                                 "ignored from now on")
                      .arg(path));
             d->database[index].setIgnore(true);
-            _saveDatabase();
+            _saveDatabase(index);
         } else {
             warn(QStringLiteral("the loading marker names no catalogued plug-in; removed"));
         }
@@ -259,7 +259,7 @@ void QKVSTManager::_addPlugin(const QString &path)
     entry.setComputerCode(d->computerCode);
     d->database.append(entry);
     // Saved before the load, so that a crash inside it leaves an entry for the marker.
-    _saveDatabase();
+    _saveDatabase(d->database.size() - 1);
     if (d->validators) {
         QKSplashScreen::setActionIfVisible(QStringLiteral("Validating '%1'").arg(entry.filename()));
         d->validators->load(d->database.size() - 1, entry.state());
@@ -280,7 +280,7 @@ void QKVSTManager::applyValidatorReply(qsizetype index, const QVariantMap &state
                  .arg(entry.path(), failure));
         entry.setIgnore(true);
     }
-    _saveDatabase();
+    _saveDatabase(index);
 }
 
 void QKVSTManager::loadNewEntry(qsizetype index)
@@ -290,7 +290,7 @@ void QKVSTManager::loadNewEntry(qsizetype index)
     d->files.writeMarker(QFile::encodeName(entry.path()));
     entry.load();
     d->files.removeMarker();
-    _saveDatabase();
+    _saveDatabase(index);
 }
 
 qsizetype QKVSTManager::_descriptionForPath(const QString &path) const
@@ -302,13 +302,10 @@ qsizetype QKVSTManager::_descriptionForPath(const QString &path) const
     return -1;
 }
 
-void QKVSTManager::_saveDatabase() const
+void QKVSTManager::_saveDatabase(std::optional<qsizetype> changed) const
 {
-    QList<QVariantMap> states;
-    states.reserve(d->database.size());
-    for (const QKVSTDescription &entry : std::as_const(d->database))
-        states.append(entry.state());
-    d->files.saveDatabase(states);
+    d->files.saveDatabase(
+        d->database.size(), [this](qsizetype i) { return d->database.at(i).state(); }, changed);
 }
 
 std::unique_ptr<QMenu> QKVSTManager::effectsMenuWithTarget(QObject *target,

@@ -8,6 +8,7 @@
 #include <QStringList>
 
 #include <memory>
+#include <optional>
 
 class QMenu;
 class QObject;
@@ -79,7 +80,9 @@ private:
     void loadNewEntry(qsizetype index);
     void applyValidatorReply(qsizetype index, const QVariantMap &state, const QString &failure);
     qsizetype _descriptionForPath(const QString &path) const;
-    void _saveDatabase() const;
+    /** Saves the catalogue; @p changed names its only entry changed or appended since the
+     *  last save, when that is so. */
+    void _saveDatabase(std::optional<qsizetype> changed = std::nullopt) const;
     std::unique_ptr<QMenu> _menuWithTarget(QObject *target, const QByteArray &action,
                                            bool isInstrument) const;
 
