@@ -8,6 +8,12 @@
 #include <QFileInfo>
 #include <QVariantList>
 
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
 
 // A marker holds a 20-byte description or one path; anything longer is not ours.
@@ -57,37 +63,48 @@ void QKPluginCatalogueFiles::saveDatabase(qsizetype count,
                                           const std::function<QVariantMap(qsizetype)> &stateAt,
                                           std::optional<qsizetype> changed)
 {
+    // The file on disk ends with the entries from the first changed one on; the part before
+    // it is what the last save wrote, so only the rest is written again.
+    qsizetype from = 0;
     const qsizetype known = m_encodedEntries.size();
     if (changed && *changed < count &&
         (known == count || (known + 1 == count && *changed == known))) {
         m_encodedEntries.resize(count);
         m_encodedEntries[*changed] = encodeEntry(stateAt(*changed));
+        from = *changed;
     } else {
         m_encodedEntries.clear();
         m_encodedEntries.reserve(count);
         for (qsizetype i = 0; i < count; ++i)
             m_encodedEntries.append(encodeEntry(stateAt(i)));
     }
-    QByteArray root;
-    if (m_encodedEntries.isEmpty()) {
-        root = "<array/>\n";
+    static const auto [header, footer] = [] {
+        const QByteArray document = QKPropertyList::xmlDocument("<array>\n</array>\n");
+        const qsizetype end = document.indexOf("</array>\n");
+        return std::pair(document.left(end), document.mid(end));
+    }();
+    m_entryOffsets.resize(count + 1);
+    m_entryOffsets[0] = header.size();
+    for (qsizetype i = std::max<qsizetype>(from, 1); i <= count; ++i)
+        m_entryOffsets[i] = m_entryOffsets[i - 1] + m_encodedEntries.at(i - 1).size();
+
+    QByteArray tail;
+    qint64 offset = 0;
+    if (count == 0) {
+        tail = QKPropertyList::xmlDocument("<array/>\n");
     } else {
-        root = "<array>\n";
-        for (const QByteArray &entry : std::as_const(m_encodedEntries))
-            root += entry;
-        root += "</array>\n";
+        offset = from == 0 ? 0 : m_entryOffsets[from];
+        tail.reserve(m_entryOffsets[count] - offset + header.size() + footer.size());
+        if (from == 0)
+            tail += header;
+        for (qsizetype i = from; i < count; ++i)
+            tail += m_encodedEntries.at(i);
+        tail += footer;
     }
-    const QByteArray document = QKPropertyList::xmlDocument(root);
 
     QString error;
-    QFile file(m_databasePath);
-    bool saved = QKFile::createDirectoryAtPath(QFileInfo(m_databasePath).path(), &error);
-    if (saved) {
-        saved = file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-                file.write(document) == document.size() && file.flush();
-        if (!saved)
-            error = file.errorString();
-    }
+    const bool saved = QKFile::createDirectoryAtPath(QFileInfo(m_databasePath).path(), &error) &&
+                       writeFrom(offset, tail, &error);
     if (!saved) {
         // Whatever is on disk may now be a part of a file; the next save writes it whole.
         m_encodedEntries.clear();
@@ -96,6 +113,28 @@ void QKPluginCatalogueFiles::saveDatabase(qsizetype count,
                      .arg(m_databasePath, error));
     }
     m_saveFailureLogged = !saved;
+}
+
+// Replaces the database from @p offset on with @p bytes, leaving what is before it.
+bool QKPluginCatalogueFiles::writeFrom(qint64 offset, const QByteArray &bytes, QString *error) const
+{
+    const int fd =
+        ::open(QFile::encodeName(m_databasePath).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    bool written = fd >= 0;
+    for (qsizetype done = 0; written && done < bytes.size();) {
+        const ssize_t n =
+            ::pwrite(fd, bytes.constData() + done, size_t(bytes.size() - done), offset + done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        written = n > 0;
+        done += std::max<ssize_t>(n, 0);
+    }
+    written = written && ::ftruncate(fd, offset + bytes.size()) == 0;
+    if (!written)
+        *error = QString::fromLocal8Bit(strerror(errno));
+    if (fd >= 0)
+        ::close(fd);
+    return written;
 }
 
 QByteArray QKPluginCatalogueFiles::encodeEntry(const QVariantMap &state)

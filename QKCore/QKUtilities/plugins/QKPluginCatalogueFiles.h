@@ -45,6 +45,7 @@ public:
 private:
     void warn(const QString &message) const;
     QByteArray encodeEntry(const QVariantMap &state);
+    bool writeFrom(qint64 offset, const QByteArray &bytes, QString *error) const;
 
     QString m_logDomain;
     QString m_databasePath;
@@ -53,4 +54,6 @@ private:
     bool m_saveFailureLogged = false;
     // The XML of every entry as last saved, in catalogue order.
     QList<QByteArray> m_encodedEntries;
+    // Where each entry starts in the file, and where the last one ends.
+    QList<qint64> m_entryOffsets;
 };
