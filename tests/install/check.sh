@@ -122,6 +122,12 @@ mkdir -p "$work/pc-host"
     fail "building MinimalHost with pkg-config failed: $(head -20 "$work/pc-host.log")"
 run_host pc-host "$work/pc-host/MinimalHost"
 
+step "the plug-in validator"
+# It finds its libraries from the helper folder; without a host on its socket it just ends.
+validator=$prefix/libexec/QKUtilities/qk-plugin-validator
+[ -x "$validator" ] || fail "the plug-in validator is not installed"
+env -u LD_LIBRARY_PATH "$validator" 3</dev/null || fail "the installed plug-in validator does not start"
+
 step "a host that links only QKBase"
 base_host=$source_dir/tests/install/BaseOnlyHost
 cmake -S "$base_host" -B "$work/base-host" -G "Unix Makefiles" -DCMAKE_BUILD_TYPE=Release \
