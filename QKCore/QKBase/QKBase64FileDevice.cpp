@@ -5,6 +5,9 @@
 #include <system_error>
 #include <utility>
 
+#include <pthread.h>
+#include <sched.h>
+
 namespace {
 
 // Whole 3-byte groups, so that consecutive blocks' texts join without padding.
@@ -41,6 +44,19 @@ void encodeBase64(const char *input, qsizetype size, char *out)
         out[2] = rest == 2 ? Alphabet[(group >> 6) & 63] : '=';
         out[3] = '=';
     }
+}
+
+// A thread inherits the CPUs of the thread that starts it, and readers of the text may keep
+// themselves to one CPU (an upload's network threads do, to hand off cheaply). The encoder
+// is there to run beside the reader, so it may go to any CPU; the kernel leaves out those
+// the process may not use.
+void mayRunOnAnyCPU()
+{
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+        CPU_SET(cpu, &cpus);
+    pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
 }
 
 } // namespace
@@ -97,14 +113,8 @@ void QKBase64FileDevice::loadBlock(qint64 index)
         collectEncoded();
     if (m_current.index != index)
         encodeBlock(index, m_current);
-    if ((index + 1) * BlockTextSize >= m_textSize) {
-        // Everything has been read. Letting go of the file now lets an archive that was
-        // removed after posting vanish before the server answers, instead of leaving its
-        // unwritten pages for the disk to take while the server stores the upload.
-        m_file.close();
-        return;
-    }
-    startEncoding(index + 1);
+    if ((index + 1) * BlockTextSize < m_textSize)
+        startEncoding(index + 1);
 }
 
 void QKBase64FileDevice::encodeBlock(qint64 index, Block &block)
@@ -115,6 +125,12 @@ void QKBase64FileDevice::encodeBlock(qint64 index, Block &block)
         m_fileBytes.resize(BlockSize);
         if (m_file.seek(index * BlockSize))
             bytesRead = m_file.read(m_fileBytes.data(), BlockSize);
+        // Everything has been read. Letting go of the file now lets an archive that was
+        // removed after posting vanish before the server answers, instead of leaving its
+        // unwritten pages for the disk to take while the server stores the upload. Freeing
+        // its pages takes a while, which the worker spends rather than the sending thread.
+        if ((index + 1) * BlockSize >= m_fileSize)
+            m_file.close();
     }
     // An unreadable block has no text, which fails the read that wanted it.
     block.text.resize(bytesRead > 0 ? (bytesRead + 2) / 3 * 4 : 0);
@@ -161,6 +177,7 @@ void QKBase64FileDevice::collectEncoded()
 
 void QKBase64FileDevice::encodeRequestedBlocks()
 {
+    mayRunOnAnyCPU();
     std::unique_lock lock(m_mutex);
     for (;;) {
         m_changed.wait(lock, [this] { return m_quitting || m_requested >= 0; });

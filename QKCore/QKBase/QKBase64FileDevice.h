@@ -14,8 +14,8 @@
  * so the text is encoded a block at a time, and the next block is encoded on a worker
  * thread while the current one is read out. A read past the end of a file that shrank
  * after opening fails, so a short body is never sent as a whole one. The file is closed
- * once its last block has been read, and opened again by its path only if the device is
- * read once more after a seek back.
+ * once its last block has been taken from it for encoding, and opened again by its path
+ * only if the device is read once more after a seek back.
  */
 class QKBase64FileDevice : public QIODevice
 {

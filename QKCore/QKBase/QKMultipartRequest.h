@@ -18,8 +18,8 @@ class QUrl;
  * A form value that is the Base64 text (RFC 4648, unwrapped) of a file's contents. The text
  * is encoded a piece at a time as the body is sent, so that a large archive is never held
  * in memory. The file is opened when the request is posted; removing it after that does
- * not disturb the upload. The file is closed as soon as its whole text has been sent, so a
- * removed archive frees its space before the reply arrives.
+ * not disturb the upload. The file is closed as soon as its last bytes have been read for
+ * the text, so a removed archive frees its space before the reply arrives.
  */
 class QKBASE_EXPORT QKBase64EncodedFile
 {

@@ -4,6 +4,8 @@
 #include "QKHelpDeskExchange.h"
 
 #include <QCoreApplication>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QThread>
 
 using namespace SupportTest;
@@ -60,4 +62,42 @@ TEST(QKHelpDeskExchange, oneExchangeAtATimeAndEndMethodsMayStartTheNext)
     abandoned.reset();
     QCoreApplication::processEvents();
     EXPECT_FALSE(abandonedEnded);
+}
+
+// An upload prepares while its files are archived: the connection is made then, nothing is
+// sent on it, and the form goes out on it afterwards.
+TEST(QKHelpDeskExchange, preparingConnectsWithoutSendingAndTheExchangeUsesThatConnection)
+{
+    QTcpServer server;
+    ASSERT_TRUE(server.listen(QHostAddress::LocalHost));
+    QList<QTcpSocket *> connections;
+    QByteArray received;
+    QObject::connect(&server, &QTcpServer::newConnection, &server, [&] {
+        while (QTcpSocket *socket = server.nextPendingConnection()) {
+            connections.append(socket);
+            QObject::connect(socket, &QTcpSocket::readyRead, socket, [&, socket] {
+                received += socket->readAll();
+                if (received.endsWith("--\r\n"))
+                    socket->write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+            });
+        }
+    });
+    const QUrl url(QStringLiteral("http://127.0.0.1:%1/helpspot_api.php").arg(server.serverPort()));
+    QKHelpDeskExchange exchange;
+    exchange.prepare(url);
+    ASSERT_TRUE(waitUntil([&] { return connections.size() == 1; }));
+    EXPECT_FALSE(waitUntil([&] { return !received.isEmpty(); }, 200));
+
+    std::optional<std::optional<QString>> ended;
+    QByteArray reply;
+    ASSERT_TRUE(exchange.start(url, HSForms::list("a@example.org")));
+    exchange.setEndConnectionSelector([&](const std::optional<QString> &error) {
+        ended = error;
+        reply = exchange.responseData();
+    });
+    ASSERT_TRUE(waitUntil([&] { return ended.has_value(); }));
+    EXPECT_FALSE(ended->has_value());
+    EXPECT_EQ(reply, "ok");
+    EXPECT_TRUE(received.startsWith("POST /helpspot_api.php "));
+    EXPECT_EQ(connections.size(), 1);
 }

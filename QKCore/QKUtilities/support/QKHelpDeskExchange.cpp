@@ -43,6 +43,13 @@ struct PendingBody
     QHttpMultiPart *body;
 };
 
+bool isExchangeURL(const QUrl &url)
+{
+    const QString scheme = url.scheme();
+    return url.isValid() && !url.host().isEmpty() &&
+           (scheme == QLatin1String("http") || scheme == QLatin1String("https"));
+}
+
 } // namespace
 
 struct QKHelpDeskExchange::Private
@@ -61,6 +68,7 @@ struct QKHelpDeskExchange::Private
     EndMethod endConnectionSelector;
 
     void startThread();
+    QNetworkAccessManager *transferNetwork();
 };
 
 void QKHelpDeskExchange::Private::startThread()
@@ -71,6 +79,13 @@ void QKHelpDeskExchange::Private::startThread()
     QObject::connect(&thread, &QThread::started, transfers, &keepOnCurrentCPU,
                      Qt::DirectConnection);
     thread.start();
+}
+
+QNetworkAccessManager *QKHelpDeskExchange::Private::transferNetwork()
+{
+    if (!network)
+        network = new QNetworkAccessManager(transfers);
+    return network;
 }
 
 QKHelpDeskExchange::QKHelpDeskExchange(QObject *parent)
@@ -91,9 +106,7 @@ QKHelpDeskExchange::~QKHelpDeskExchange()
 
 bool QKHelpDeskExchange::start(const QUrl &url, const QVariantMap &form)
 {
-    const QString scheme = url.scheme();
-    if (d->running || !url.isValid() || url.host().isEmpty() ||
-        (scheme != QLatin1String("http") && scheme != QLatin1String("https")))
+    if (d->running || !isExchangeURL(url))
         return false;
     const QKMultipartRequest request = QKMultipartRequest::requestWithURL(url, form);
     // Built here, so that its files are open before the caller removes them.
@@ -111,10 +124,8 @@ bool QKHelpDeskExchange::start(const QUrl &url, const QVariantMap &form)
     // Deletes the body, and closes its files, should the exchange go away before posting it.
     const auto pending = std::make_shared<PendingBody>(body);
     QMetaObject::invokeMethod(d->transfers, [this, data, request, pending, exchange] {
-        if (!data->network)
-            data->network = new QNetworkAccessManager(data->transfers);
         QHttpMultiPart *body = std::exchange(pending->body, nullptr);
-        QNetworkReply *reply = data->network->post(request.networkRequest(), body);
+        QNetworkReply *reply = data->transferNetwork()->post(request.networkRequest(), body);
         body->setParent(reply);
         connect(reply, &QNetworkReply::readyRead, reply, [this, reply, exchange] {
             const QByteArray bytes = reply->readAll();
@@ -135,6 +146,25 @@ bool QKHelpDeskExchange::start(const QUrl &url, const QVariantMap &form)
         });
     });
     return true;
+}
+
+void QKHelpDeskExchange::prepare(const QUrl &url)
+{
+    if (!isExchangeURL(url))
+        return;
+    if (!d->thread.isRunning())
+        d->startThread();
+    Private *const data = d.get();
+    QMetaObject::invokeMethod(d->transfers, [data, url] {
+        QNetworkAccessManager *network = data->transferNetwork();
+        if (url.scheme() == QLatin1String("http")) {
+            network->connectToHost(url.host(), quint16(url.port(80)));
+            return;
+        }
+#if QT_CONFIG(ssl)
+        network->connectToHostEncrypted(url.host(), quint16(url.port(443)));
+#endif
+    });
 }
 
 void QKHelpDeskExchange::setEndConnectionSelector(EndMethod endMethod)

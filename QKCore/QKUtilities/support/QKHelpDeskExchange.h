@@ -47,6 +47,13 @@ public:
      * returns, so the caller may remove them. Set the end method after a successful start.
      */
     bool start(const QUrl &url, const QVariantMap &form);
+    /**
+     * Gets ready for an exchange with @p url that follows a long preparation (archiving
+     * files, say): starts the transfer thread and connects to the host meanwhile, so that
+     * start() sends at once. Does nothing for an address start() would refuse; a
+     * connection that cannot be made now is tried again by start().
+     */
+    void prepare(const QUrl &url);
     /** The method to call when the running exchange ends; replaces the previous one. */
     void setEndConnectionSelector(EndMethod endMethod);
 

@@ -150,6 +150,8 @@ struct QKHelpDeskUploadChain::Private
                         std::source_location location) const
     {
         setTitle(texts.archivingTitle);
+        // The connection is made while the files are archived, not after.
+        exchange->prepare(QUrl(QKSupportSite::helpDeskAPIURL()));
         const QString archive = archivePath(texts.archive);
         if (!zipped(paths, archive)) {
             closePanel(texts.failed);
