@@ -4,6 +4,8 @@
 #include <QString>
 
 /** The sandbox every test process runs in: its own HOME, config and temporary folders. */
+#include <functional>
+
 namespace QKTestEnvironment {
 
 /** The temporary home folder of this test process. */
@@ -17,6 +19,9 @@ QString homeFile(const QString &name);
 
 /** The contents of @p path; empty when it cannot be read. */
 QByteArray readAll(const QString &path);
+/** Runs the event loop until @p done answers true or @p msecs have passed; what @p done
+ *  answers last. */
+bool waitFor(const std::function<bool()> &done, int msecs = 10000);
 
 /** Writes @p data to @p path, creating its folder; false when that fails. */
 bool writeAll(const QString &path, const QByteArray &data);

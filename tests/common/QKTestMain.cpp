@@ -4,6 +4,7 @@
 #include "QKApplication.h"
 #include "QKUserDefaults.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -29,6 +30,14 @@ QString QKTestEnvironment::sourcePath(const QString &relativePath)
 QString QKTestEnvironment::homeFile(const QString &name)
 {
     return QDir(g_homePath).filePath(name);
+}
+
+bool QKTestEnvironment::waitFor(const std::function<bool()> &done, int msecs)
+{
+    const QDeadlineTimer deadline(msecs);
+    while (!done() && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    return done();
 }
 
 QByteArray QKTestEnvironment::readAll(const QString &path)

@@ -23,6 +23,8 @@
 
 namespace {
 
+using QKTestEnvironment::waitFor;
+
 struct Recorder : QKRemoteControlDelegate
 {
     void menuClicked(QKRemoteControl *) override { calls << u"menu"_s; }
@@ -53,14 +55,6 @@ QByteArray key(int code, int value)
 QByteArray click(int code)
 {
     return key(code, 1) + key(code, 0);
-}
-
-template<typename Done> bool waitFor(Done done)
-{
-    const QDeadlineTimer deadline(5000);
-    while (!done() && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
 }
 
 qsizetype warningsWith(const QString &message)

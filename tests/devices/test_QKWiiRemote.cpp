@@ -20,6 +20,8 @@
 
 namespace {
 
+using QKTestEnvironment::waitFor;
+
 using Step = QKFakeWiiRemote::Step;
 const QString RemoteName = u"Nintendo RVL-CNT-01"_s;
 
@@ -46,14 +48,6 @@ struct Recorder : QKWiiRemoteDelegate
     void wiiRemoteMoved(QKWiiRemote *) override { add(u"moved"_s); }
     QStringList calls;
 };
-
-template<typename Done> bool waitFor(Done done)
-{
-    const QDeadlineTimer deadline(5000);
-    while (!done() && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-}
 
 QByteArray hex(const QString &spaced)
 {

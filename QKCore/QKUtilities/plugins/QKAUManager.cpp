@@ -92,17 +92,10 @@ void QKAUManager::validate()
     std::optional<QKPluginValidationQueue> validators;
     if (d->outOfProcess) {
         validators = QKPluginValidationQueue::create(
-            QStringLiteral("au"), [this](qsizetype index, const QKPluginValidationQueue::Reply &r) {
-                applyValidatorReply(index, r.state,
-                                    r.loaded              ? QString()
-                                    : r.failure.isEmpty() ? QStringLiteral("no reason given")
-                                                          : r.failure);
+            QStringLiteral("au"), LogDomain,
+            [this](qsizetype index, const QVariantMap &state, const QString &failure) {
+                applyValidatorReply(index, state, failure);
             });
-        if (!validators)
-            QKApplicationLog::sharedLog()->warning(
-                QKApplicationLogContext(LogDomain),
-                QStringLiteral("the plug-in validator program is missing; units are loaded "
-                               "in this process"));
     }
     for (const QByteArray &description : found) {
         if (_indexOfComponentDescription(description) >= 0)

@@ -1,5 +1,7 @@
 #include "QKPluginValidationQueue.h"
 
+#include "QKApplicationLog.h"
+
 #include <QThread>
 
 namespace {
@@ -9,12 +11,17 @@ constexpr std::chrono::seconds Deadline{10};
 
 } // namespace
 
-std::optional<QKPluginValidationQueue> QKPluginValidationQueue::create(const QString &kind,
-                                                                       ApplyReply apply)
+std::optional<QKPluginValidationQueue>
+QKPluginValidationQueue::create(const QString &kind, const QString &logDomain, ApplyReply apply)
 {
     const QString program = QKPluginValidatorPool::defaultProgram();
-    if (program.isEmpty())
+    if (program.isEmpty()) {
+        QKApplicationLog::sharedLog()->warning(
+            QKApplicationLogContext(logDomain),
+            QStringLiteral("the plug-in validator program is missing; plug-ins are loaded in "
+                           "this process"));
         return std::nullopt;
+    }
     return QKPluginValidationQueue(program, kind, std::move(apply));
 }
 
@@ -45,8 +52,12 @@ void QKPluginValidationQueue::finish()
 
 void QKPluginValidationQueue::applyNext()
 {
-    const Reply reply = m_pool->next();
+    const QKPluginValidatorPool::Reply reply = m_pool->next();
     const qsizetype index = m_indexes.front();
     m_indexes.pop_front();
-    m_apply(index, reply);
+    if (reply.loaded)
+        m_apply(index, reply.state, QString());
+    else
+        m_apply(index, QVariantMap(),
+                reply.failure.isEmpty() ? QStringLiteral("no reason given") : reply.failure);
 }

@@ -16,12 +16,15 @@
 class QKPluginValidationQueue
 {
 public:
-    using Reply = QKPluginValidatorPool::Reply;
-    using ApplyReply = std::function<void(qsizetype index, const Reply &reply)>;
+    /** Takes the state a load produced, or why the entry could not be loaded (its state then
+     *  empty). */
+    using ApplyReply =
+        std::function<void(qsizetype index, const QVariantMap &state, const QString &failure)>;
 
-    /** Nothing when the validator program cannot be found; the caller then loads in its
-     *  own process. */
-    static std::optional<QKPluginValidationQueue> create(const QString &kind, ApplyReply apply);
+    /** Nothing when the validator program cannot be found, which is logged under
+     *  @p logDomain; the caller then loads in its own process. */
+    static std::optional<QKPluginValidationQueue>
+    create(const QString &kind, const QString &logDomain, ApplyReply apply);
 
     /** Queues the load of the entry at @p index of the catalogue, whose state is @p state. */
     void load(qsizetype index, const QVariantMap &state);

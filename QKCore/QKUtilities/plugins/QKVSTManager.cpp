@@ -153,16 +153,10 @@ void QKVSTManager::validate()
     d->walked.clear();
     if (d->outOfProcess) {
         d->validators = QKPluginValidationQueue::create(
-            QStringLiteral("vst"),
-            [this](qsizetype index, const QKPluginValidationQueue::Reply &r) {
-                applyValidatorReply(index, r.state,
-                                    r.loaded              ? QString()
-                                    : r.failure.isEmpty() ? QStringLiteral("no reason given")
-                                                          : r.failure);
+            QStringLiteral("vst"), LogDomain,
+            [this](qsizetype index, const QVariantMap &state, const QString &failure) {
+                applyValidatorReply(index, state, failure);
             });
-        if (!d->validators)
-            warn(QStringLiteral("the plug-in validator program is missing; plug-ins are loaded "
-                                "in this process"));
     }
     for (const QString &folder : std::as_const(d->folders)) {
         const QFileInfo info(folder);

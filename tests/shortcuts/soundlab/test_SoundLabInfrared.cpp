@@ -17,13 +17,7 @@
 
 namespace {
 
-template<typename Done> bool waitFor(Done done)
-{
-    const QDeadlineTimer deadline(10000);
-    while (!done() && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-    return done();
-}
+using QKTestEnvironment::waitFor;
 
 QAction *enableItem()
 {
