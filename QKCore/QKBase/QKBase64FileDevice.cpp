@@ -2,17 +2,16 @@
 
 #include <array>
 #include <cstring>
-#include <system_error>
-#include <utility>
 
-#include <pthread.h>
-#include <sched.h>
+#if defined(__x86_64__) || defined(__i386__)
+#include <tmmintrin.h>
+#endif
 
 namespace {
 
-// Whole 3-byte groups, so that consecutive blocks' texts join without padding.
-constexpr qint64 BlockSize = 3 * 256 * 1024;
-constexpr qint64 BlockTextSize = BlockSize / 3 * 4;
+// File bytes encoded per step of a large read: whole 3-byte groups, so that consecutive
+// steps' texts join without padding.
+constexpr qint64 StepSize = 3 * 256 * 1024;
 
 constexpr char Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
@@ -26,7 +25,6 @@ constexpr std::array<std::array<char, 2>, 4096> makeCharacterPairs()
 }
 
 // RFC 4648 Base64 with padding, into @p out, which holds (size + 2) / 3 * 4 characters.
-// QByteArray::toBase64 would allocate a new text for every block.
 void encodeBase64(const char *input, qsizetype size, char *out)
 {
     static constexpr auto pairs = makeCharacterPairs();
@@ -46,17 +44,48 @@ void encodeBase64(const char *input, qsizetype size, char *out)
     }
 }
 
-// A thread inherits the CPUs of the thread that starts it, and readers of the text may keep
-// themselves to one CPU (an upload's network threads do, to hand off cheaply). The encoder
-// is there to run beside the reader, so it may go to any CPU; the kernel leaves out those
-// the process may not use.
-void mayRunOnAnyCPU()
+#if defined(__x86_64__) || defined(__i386__)
+// Twelve bytes to sixteen characters per step with SSSE3 shuffles: the 6-bit indices are
+// spread into bytes with two multiplies, then moved into the alphabet by an offset looked
+// up per range (A-Z, a-z, 0-9, '+', '/'). About four times as fast as the table above,
+// which matters when a 100 MB archive is encoded on the thread that sends it.
+__attribute__((target("ssse3"))) void encodeBase64SSSE3(const char *input, qsizetype size,
+                                                        char *out)
 {
-    cpu_set_t cpus;
-    CPU_ZERO(&cpus);
-    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
-        CPU_SET(cpu, &cpus);
-    pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
+    const __m128i spread = _mm_set_epi8(10, 11, 9, 10, 7, 8, 6, 7, 4, 5, 3, 4, 1, 2, 0, 1);
+    const __m128i offsets =
+        _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+                      '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
+    qsizetype i = 0;
+    // Each step loads sixteen bytes and uses twelve, so it stops sixteen short of the end.
+    for (; i + 16 <= size; i += 12, out += 16) {
+        const __m128i bytes =
+            _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(input + i)), spread);
+        const __m128i high = _mm_mulhi_epu16(_mm_and_si128(bytes, _mm_set1_epi32(0x0fc0fc00)),
+                                             _mm_set1_epi32(0x04000040));
+        const __m128i low = _mm_mullo_epi16(_mm_and_si128(bytes, _mm_set1_epi32(0x003f03f0)),
+                                            _mm_set1_epi32(0x01000010));
+        const __m128i indices = _mm_or_si128(high, low);
+        __m128i range = _mm_subs_epu8(indices, _mm_set1_epi8(51));
+        const __m128i upper = _mm_cmpgt_epi8(_mm_set1_epi8(26), indices);
+        range = _mm_or_si128(range, _mm_and_si128(upper, _mm_set1_epi8(13)));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out),
+                         _mm_add_epi8(_mm_shuffle_epi8(offsets, range), indices));
+    }
+    encodeBase64(input + i, size - i, out);
+}
+#endif
+
+void encode(const char *input, qsizetype size, char *out)
+{
+#if defined(__x86_64__) || defined(__i386__)
+    static const bool hasSSSE3 = __builtin_cpu_supports("ssse3");
+    if (hasSSSE3) {
+        encodeBase64SSSE3(input, size, out);
+        return;
+    }
+#endif
+    encodeBase64(input, size, out);
 }
 
 } // namespace
@@ -65,20 +94,11 @@ QKBase64FileDevice::QKBase64FileDevice(const QString &path, QObject *parent)
     : QIODevice(parent), m_file(path)
 {}
 
-QKBase64FileDevice::~QKBase64FileDevice()
-{
-    {
-        const std::lock_guard lock(m_mutex);
-        m_quitting = true;
-    }
-    m_changed.notify_all();
-    if (m_worker.joinable())
-        m_worker.join();
-}
+QKBase64FileDevice::~QKBase64FileDevice() = default;
 
 bool QKBase64FileDevice::open(OpenMode mode)
 {
-    if ((mode & WriteOnly) || !m_file.open(QIODevice::ReadOnly))
+    if ((mode & WriteOnly) || !m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return false;
     m_fileSize = m_file.size();
     m_textSize = (m_fileSize + 2) / 3 * 4;
@@ -89,17 +109,32 @@ qint64 QKBase64FileDevice::readData(char *data, qint64 maxSize)
 {
     const qint64 position = pos();
     const qint64 wanted = qMin(maxSize, m_textSize - position);
-    if (wanted <= 0)
-        return 0;
-    const qint64 index = position / BlockTextSize;
-    if (m_current.index != index)
-        loadBlock(index);
-    const qint64 offset = position - index * BlockTextSize;
-    const qint64 available = qMin(wanted, qint64(m_current.text.size()) - offset);
-    if (available <= 0)
-        return -1;
-    std::memcpy(data, m_current.text.constData() + offset, size_t(available));
-    return available;
+    qint64 done = 0;
+    while (done < wanted) {
+        const qint64 at = position + done;
+        const qint64 groupStart = at / 4 * 3;
+        const qint64 groups = at % 4 == 0 ? qMin((wanted - done) / 4, StepSize / 3) : 0;
+        if (groups > 0) {
+            // Whole groups go straight into the reader's buffer.
+            const qint64 bytes = qMin(groups * 3, m_fileSize - groupStart);
+            if (!readFile(groupStart, bytes))
+                break;
+            encode(m_fileBytes.constData(), bytes, data + done);
+            done += (bytes + 2) / 3 * 4;
+        } else {
+            // The read starts or ends inside a group.
+            const qint64 bytes = qMin<qint64>(3, m_fileSize - groupStart);
+            if (!readFile(groupStart, bytes))
+                break;
+            char text[4];
+            encode(m_fileBytes.constData(), bytes, text);
+            const qint64 taken = qMin(4 - at % 4, wanted - done);
+            std::memcpy(data + done, text + at % 4, size_t(taken));
+            done += taken;
+        }
+    }
+    // A file that cannot give what it had when opened fails the read.
+    return done > 0 || wanted <= 0 ? done : -1;
 }
 
 qint64 QKBase64FileDevice::writeData(const char *, qint64)
@@ -107,87 +142,29 @@ qint64 QKBase64FileDevice::writeData(const char *, qint64)
     return -1;
 }
 
-void QKBase64FileDevice::loadBlock(qint64 index)
+bool QKBase64FileDevice::readFile(qint64 offset, qint64 size)
 {
-    if (m_encoding)
-        collectEncoded();
-    if (m_current.index != index)
-        encodeBlock(index, m_current);
-    if ((index + 1) * BlockTextSize < m_textSize)
-        startEncoding(index + 1);
-}
-
-void QKBase64FileDevice::encodeBlock(qint64 index, Block &block)
-{
-    block.index = index;
-    qint64 bytesRead = -1;
-    if (m_file.isOpen() || reopenFile()) {
-        m_fileBytes.resize(BlockSize);
-        if (m_file.seek(index * BlockSize))
-            bytesRead = m_file.read(m_fileBytes.data(), BlockSize);
-        // Everything has been read. Letting go of the file now lets an archive that was
-        // removed after posting vanish before the server answers, instead of leaving its
-        // unwritten pages for the disk to take while the server stores the upload. Freeing
-        // its pages takes a while, which the worker spends rather than the sending thread.
-        if ((index + 1) * BlockSize >= m_fileSize)
-            m_file.close();
-    }
-    // An unreadable block has no text, which fails the read that wanted it.
-    block.text.resize(bytesRead > 0 ? (bytesRead + 2) / 3 * 4 : 0);
-    if (bytesRead > 0)
-        encodeBase64(m_fileBytes.constData(), bytesRead, block.text.data());
+    if (!m_file.isOpen() && !reopenFile())
+        return false;
+    m_fileBytes.resize(size);
+    if (m_file.pos() != offset && !m_file.seek(offset))
+        return false;
+    if (m_file.read(m_fileBytes.data(), size) != size)
+        return false;
+    // Everything has been read. Letting go of the file now lets an archive that was removed
+    // after posting vanish before the server answers, instead of leaving its unwritten
+    // pages for the disk to take while the server stores the upload.
+    if (offset + size >= m_fileSize)
+        m_file.close();
+    return true;
 }
 
 bool QKBase64FileDevice::reopenFile()
 {
     // Forms are never sent twice, so only a reader that seeks back gets here; the file must
     // still be the one that was opened.
-    if (m_file.open(QIODevice::ReadOnly) && m_file.size() == m_fileSize)
+    if (m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && m_file.size() == m_fileSize)
         return true;
     m_file.close();
     return false;
-}
-
-void QKBase64FileDevice::startEncoding(qint64 index)
-{
-    // One worker for the whole upload: a thread per block would cost more than encoding it.
-    if (!m_worker.joinable()) {
-        try {
-            m_worker = std::thread([this] { encodeRequestedBlocks(); });
-        } catch (const std::system_error &) {
-            return; // No thread to spare: the next block is encoded when it is needed.
-        }
-    }
-    {
-        const std::lock_guard lock(m_mutex);
-        m_requested = index;
-        m_nextReady = false;
-    }
-    m_encoding = true;
-    m_changed.notify_all();
-}
-
-void QKBase64FileDevice::collectEncoded()
-{
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_nextReady; });
-    m_encoding = false;
-    std::swap(m_current, m_next);
-}
-
-void QKBase64FileDevice::encodeRequestedBlocks()
-{
-    mayRunOnAnyCPU();
-    std::unique_lock lock(m_mutex);
-    for (;;) {
-        m_changed.wait(lock, [this] { return m_quitting || m_requested >= 0; });
-        if (m_quitting)
-            return;
-        const qint64 index = std::exchange(m_requested, -1);
-        lock.unlock();
-        encodeBlock(index, m_next);
-        lock.lock();
-        m_nextReady = true;
-        m_changed.notify_all();
-    }
 }
