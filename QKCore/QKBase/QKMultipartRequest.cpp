@@ -13,8 +13,11 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -96,6 +99,77 @@ protected:
 
 private:
     bool m_read = false;
+};
+
+// A multipart body laid out as QHttpMultiPart lays it out: the parts' heads and values one
+// after another, the values of files read from their devices as the body is read.
+class FormBodyDevice : public QIODevice
+{
+public:
+    // Boundaries and part heads, joined into as few segments as can be.
+    void appendText(const QByteArray &text)
+    {
+        if (!m_segments.empty() && m_segments.back().isText)
+            m_segments.back().bytes += text;
+        else
+            m_segments.push_back({text, nullptr, m_size, true});
+        m_size += text.size();
+    }
+    // A value, shared with the form rather than copied.
+    void appendValue(const QByteArray &value)
+    {
+        m_segments.push_back({value, nullptr, m_size, false});
+        m_size += value.size();
+    }
+    void appendDevice(std::unique_ptr<QIODevice> device)
+    {
+        const qint64 size = device->size();
+        device->setParent(this);
+        m_segments.push_back({{}, device.release(), m_size, false});
+        m_size += size;
+    }
+
+    bool isSequential() const override { return false; }
+    qint64 size() const override { return m_size; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        qint64 position = pos();
+        qint64 done = 0;
+        while (done < maxSize && position < m_size) {
+            const auto segment = std::prev(
+                std::upper_bound(m_segments.cbegin(), m_segments.cend(), position,
+                                 [](qint64 at, const Segment &s) { return at < s.start; }));
+            const qint64 offset = position - segment->start;
+            qint64 got = 0;
+            if (!segment->device) {
+                got = qMin(maxSize - done, qint64(segment->bytes.size()) - offset);
+                std::memcpy(data + done, segment->bytes.constData() + offset, size_t(got));
+            } else {
+                if (segment->device->pos() != offset && !segment->device->seek(offset))
+                    return -1;
+                got = segment->device->read(data + done, maxSize - done);
+                if (got <= 0)
+                    return -1;
+            }
+            done += got;
+            position += got;
+        }
+        return done;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    struct Segment
+    {
+        QByteArray bytes;
+        QIODevice *device; // a child, or null for bytes
+        qint64 start;
+        bool isText;
+    };
+    std::vector<Segment> m_segments;
+    qint64 m_size = 0;
 };
 
 } // namespace
@@ -204,6 +278,27 @@ QHttpMultiPart *QKMultipartRequest::multiPart(QObject *parent) const
     }
     multiPart->setParent(parent);
     return multiPart.release();
+}
+
+std::unique_ptr<QIODevice> QKMultipartRequest::bodyDevice() const
+{
+    auto body = std::make_unique<FormBodyDevice>();
+    for (const Field &field : d->fields) {
+        body->appendText("--" + d->boundary + "\r\nContent-Disposition: " + field.disposition +
+                         "\r\n\r\n");
+        if (field.base64FilePath) {
+            auto file = std::make_unique<QKBase64FileDevice>(*field.base64FilePath);
+            if (!file->open(QIODevice::ReadOnly))
+                return nullptr;
+            body->appendDevice(std::move(file));
+        } else {
+            body->appendValue(field.body);
+        }
+        body->appendText(QByteArrayLiteral("\r\n"));
+    }
+    body->appendText("--" + d->boundary + "--\r\n");
+    body->open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    return body;
 }
 
 QNetworkReply *QKMultipartRequest::post(QNetworkAccessManager *manager) const

@@ -9,6 +9,7 @@
 #include <memory>
 
 class QHttpMultiPart;
+class QIODevice;
 class QNetworkAccessManager;
 class QNetworkReply;
 class QObject;
@@ -85,6 +86,14 @@ public:
     /** A new multipart body holding every field, owned by @p parent, that can be read only
      *  once; null when a file of a QKBase64EncodedFile value cannot be opened. */
     QHttpMultiPart *multiPart(QObject *parent = nullptr) const;
+
+    /**
+     * The same body as multiPart(), byte for byte, as one device: opened, random-access,
+     * its size() the whole body's. Null when a file of a QKBase64EncodedFile value cannot
+     * be opened. For code that writes the body to a connection itself, in pieces of its
+     * choosing. A read that meets a file which shrank after opening fails.
+     */
+    std::unique_ptr<QIODevice> bodyDevice() const;
 
     /**
      * Starts the POST on @p manager and returns its reply (owned by the manager, as any

@@ -221,3 +221,53 @@ TEST(QKMultipartRequest, aBodyGoesOutAtMostOnce)
     }
     EXPECT_EQ(server.requests().size(), 2);
 }
+
+// Code that writes the body to a connection itself must send what Qt sends, whatever the
+// sizes of its reads: reads that start and end inside a Base64 group, and reads far larger
+// than a block of the file.
+TEST(QKMultipartRequest, theBodyDeviceHoldsWhatQtSendsReadInAnyPieces)
+{
+    const QString path = QKTestEnvironment::homeFile(u"pieces.zip"_s);
+    QByteArray contents(3 * 1024 * 1024 + 2, Qt::Uninitialized);
+    for (qsizetype i = 0; i < contents.size(); ++i)
+        contents[i] = char((i * 2654435761u) >> 13);
+    ASSERT_TRUE(QKTestEnvironment::writeAll(path, contents));
+    QKTestHttpServer server(okResponse);
+    const QKMultipartRequest request = QKMultipartRequest::requestWithURL(
+        server.url(), {{"action", "add_document"}, {"body", fileField(path)}, {"note", "é\r\n"}});
+    QNetworkAccessManager manager;
+    ASSERT_EQ(finish(request.post(&manager)), QNetworkReply::NoError);
+    const QByteArray sent = server.requests().constLast().body;
+    EXPECT_EQ(parsed(server.requests().constLast()).value(u"body"_s), contents.toBase64());
+
+    for (const qint64 piece : {1, 3, 5, 4097, 1024 * 1024 + 3, 8 * 1024 * 1024}) {
+        SCOPED_TRACE(piece);
+        const std::unique_ptr<QIODevice> body = request.bodyDevice();
+        ASSERT_NE(body, nullptr);
+        EXPECT_EQ(body->size(), sent.size());
+        QByteArray read;
+        // Byte-sized reads over the whole body would take long; they cover the start.
+        const qint64 limit = piece == 1 ? 20000 : body->size();
+        while (read.size() < limit) {
+            const QByteArray next = body->read(qMin(piece, limit - read.size()));
+            ASSERT_FALSE(next.isEmpty());
+            read += next;
+        }
+        EXPECT_TRUE(read == sent.left(limit));
+    }
+
+    // A file that shrank after the body was made fails the read instead of ending it early.
+    const std::unique_ptr<QIODevice> body = request.bodyDevice();
+    ASSERT_TRUE(QFile::resize(path, 1000));
+    qint64 total = 0;
+    QByteArray buffer(1024 * 1024, Qt::Uninitialized);
+    qint64 got = 0;
+    while ((got = body->read(buffer.data(), buffer.size())) > 0)
+        total += got;
+    EXPECT_EQ(got, -1);
+    EXPECT_LT(total, sent.size());
+    ASSERT_TRUE(QFile::remove(path));
+    EXPECT_EQ(
+        QKMultipartRequest::requestWithURL(server.url(), {{"body", fileField(path)}}).bodyDevice(),
+        nullptr);
+}
