@@ -1,6 +1,7 @@
 #include "QKNetworkReplies.h"
 
 #include <QNetworkReply>
+#include <QUrl>
 
 #include <atomic>
 
@@ -40,10 +41,15 @@ QString QKNetworkReplies::errorString(const QNetworkReply *reply)
     // without knowing why.
     const int idle = reply->request().transferTimeout();
     if (reply->error() == QNetworkReply::OperationCanceledError && idle > 0)
-        return QStringLiteral("No data moved to or from %1 for %2 ms")
-            .arg(reply->url().toDisplayString())
-            .arg(idle);
+        return idleTimeoutError(reply->url(), idle);
     return reply->errorString();
+}
+
+QString QKNetworkReplies::idleTimeoutError(const QUrl &url, qint64 milliseconds)
+{
+    return QStringLiteral("No data moved to or from %1 for %2 ms")
+        .arg(url.toDisplayString())
+        .arg(milliseconds);
 }
 
 std::chrono::milliseconds QKNetworkReplies::idleTimeout()

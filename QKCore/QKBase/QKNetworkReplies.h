@@ -8,6 +8,7 @@
 #include <chrono>
 
 class QNetworkReply;
+class QUrl;
 
 namespace QKNetworkReplies {
 
@@ -20,6 +21,8 @@ QKBASE_EXPORT bool isTransportFailure(const QNetworkReply *reply);
 
 /** Why @p reply failed; names the idle timeout when that ended it. */
 QKBASE_EXPORT QString errorString(const QNetworkReply *reply);
+/** The error of a transfer with @p url abandoned after @p milliseconds without a byte moving. */
+QKBASE_EXPORT QString idleTimeoutError(const QUrl &url, qint64 milliseconds);
 
 constexpr std::chrono::milliseconds DefaultIdleTimeout{60000};
 

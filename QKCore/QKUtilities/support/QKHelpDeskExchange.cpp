@@ -1,47 +1,18 @@
 #include "QKHelpDeskExchange.h"
 
-#include <QKMultipartRequest.h>
-#include <QKNetworkReplies.h>
+#include "QKHttpFormPost.h"
 
-#include <QHttpMultiPart>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
+#include <QKMultipartRequest.h>
+
+#include <QIODevice>
+#include <QNetworkRequest>
 #include <QThread>
 #include <QUrl>
 
 #include <memory>
 #include <utility>
 
-#include <pthread.h>
-#include <sched.h>
-
 namespace {
-
-// Qt's HTTP thread takes a request body from the thread that posted it 16 KB at a time,
-// one hand-off each way per piece. Between two CPUs every hand-off wakes the other CPU,
-// which on a virtual machine made uploads up to three times slower than on one CPU. The
-// HTTP thread is started from this thread and inherits its CPU, so both stay together;
-// the rest of the host is left alone.
-void keepOnCurrentCPU()
-{
-    const int cpu = sched_getcpu();
-    if (cpu < 0)
-        return;
-    cpu_set_t cpus;
-    CPU_ZERO(&cpus);
-    CPU_SET(cpu, &cpus);
-    pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus);
-}
-
-struct PendingBody
-{
-    explicit PendingBody(QHttpMultiPart *body) : body(body) {}
-    ~PendingBody() { delete body; }
-    PendingBody(const PendingBody &) = delete;
-    PendingBody &operator=(const PendingBody &) = delete;
-
-    QHttpMultiPart *body;
-};
 
 bool isExchangeURL(const QUrl &url)
 {
@@ -57,7 +28,7 @@ struct QKHelpDeskExchange::Private
     // The transfer side, used only on the transfer thread.
     QThread thread;
     QObject *transfers = nullptr;
-    QNetworkAccessManager *network = nullptr;
+    QKHttpFormPost *preparedPost = nullptr; // a child of transfers, its connection opening
 
     // The owner's side.
     bool running = false;
@@ -68,7 +39,6 @@ struct QKHelpDeskExchange::Private
     EndMethod endConnectionSelector;
 
     void startThread();
-    QNetworkAccessManager *transferNetwork();
 };
 
 void QKHelpDeskExchange::Private::startThread()
@@ -76,16 +46,7 @@ void QKHelpDeskExchange::Private::startThread()
     thread.setObjectName(QStringLiteral("QKHelpDeskExchange"));
     transfers = new QObject;
     transfers->moveToThread(&thread);
-    QObject::connect(&thread, &QThread::started, transfers, &keepOnCurrentCPU,
-                     Qt::DirectConnection);
     thread.start();
-}
-
-QNetworkAccessManager *QKHelpDeskExchange::Private::transferNetwork()
-{
-    if (!network)
-        network = new QNetworkAccessManager(transfers);
-    return network;
 }
 
 QKHelpDeskExchange::QKHelpDeskExchange(QObject *parent)
@@ -96,7 +57,7 @@ QKHelpDeskExchange::~QKHelpDeskExchange()
 {
     if (!d->thread.isRunning())
         return;
-    // The access manager aborts what is under way as it goes, on its own thread.
+    // A post under way is abandoned with its connection, on the thread that owns both.
     QMetaObject::invokeMethod(
         d->transfers, [transfers = d->transfers] { delete transfers; },
         Qt::BlockingQueuedConnection);
@@ -110,40 +71,31 @@ bool QKHelpDeskExchange::start(const QUrl &url, const QVariantMap &form)
         return false;
     const QKMultipartRequest request = QKMultipartRequest::requestWithURL(url, form);
     // Built here, so that its files are open before the caller removes them.
-    QHttpMultiPart *body = request.multiPart();
-    if (!body)
+    // Shared only to travel in the call below, which deletes it should it never run.
+    const auto body = std::make_shared<std::unique_ptr<QIODevice>>(request.bodyDevice());
+    if (!*body)
         return false;
     if (!d->thread.isRunning())
         d->startThread();
-    body->moveToThread(&d->thread);
+    (*body)->moveToThread(&d->thread);
 
     d->running = true;
     d->responseData = QByteArray();
     const quint64 exchange = ++d->exchange;
     Private *const data = d.get();
-    // Deletes the body, and closes its files, should the exchange go away before posting it.
-    const auto pending = std::make_shared<PendingBody>(body);
-    QMetaObject::invokeMethod(d->transfers, [this, data, request, pending, exchange] {
-        QHttpMultiPart *body = std::exchange(pending->body, nullptr);
-        QNetworkReply *reply = data->transferNetwork()->post(request.networkRequest(), body);
-        body->setParent(reply);
-        connect(reply, &QNetworkReply::readyRead, reply, [this, reply, exchange] {
-            const QByteArray bytes = reply->readAll();
-            QMetaObject::invokeMethod(this,
-                                      [this, exchange, bytes] { didReceiveData(exchange, bytes); });
-        });
-        connect(reply, &QNetworkReply::finished, reply, [this, reply, exchange] {
-            const QByteArray bytes = reply->readAll();
-            const std::optional<QString> error =
-                QKNetworkReplies::isTransportFailure(reply)
-                    ? std::optional(QKNetworkReplies::errorString(reply))
-                    : std::nullopt;
-            reply->deleteLater();
-            QMetaObject::invokeMethod(this, [this, exchange, bytes, error] {
-                didReceiveData(exchange, bytes);
-                didFinishLoading(exchange, error);
+    QMetaObject::invokeMethod(d->transfers, [this, data, request, body, exchange] {
+        QKHttpFormPost *post = std::exchange(data->preparedPost, nullptr);
+        if (!post)
+            post = new QKHttpFormPost(data->transfers);
+        post->post(
+            request.networkRequest(), std::move(*body),
+            [this, post, exchange](const QByteArray &reply, const std::optional<QString> &error) {
+                post->deleteLater();
+                QMetaObject::invokeMethod(this, [this, exchange, reply, error] {
+                    didReceiveData(exchange, reply);
+                    didFinishLoading(exchange, error);
+                });
             });
-        });
     });
     return true;
 }
@@ -156,14 +108,9 @@ void QKHelpDeskExchange::prepare(const QUrl &url)
         d->startThread();
     Private *const data = d.get();
     QMetaObject::invokeMethod(d->transfers, [data, url] {
-        QNetworkAccessManager *network = data->transferNetwork();
-        if (url.scheme() == QLatin1String("http")) {
-            network->connectToHost(url.host(), quint16(url.port(80)));
-            return;
-        }
-#if QT_CONFIG(ssl)
-        network->connectToHostEncrypted(url.host(), quint16(url.port(443)));
-#endif
+        delete data->preparedPost;
+        data->preparedPost = new QKHttpFormPost(data->transfers);
+        data->preparedPost->connectTo(url);
     });
 }
 
