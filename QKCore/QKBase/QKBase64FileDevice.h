@@ -30,6 +30,7 @@ protected:
 
 private:
     bool readFile(qint64 offset, qint64 size);
+    void closeFileAside();
     bool reopenFile();
 
     QFile m_file;
