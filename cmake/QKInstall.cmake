@@ -64,8 +64,9 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${QK_DEB_RUNTIME})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 # Diagnostic uploads zip their files; the system profile and crash traces use lshw and
-# addr2line when present.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "zip")
+# addr2line when present. Help desk exchanges over https need OpenSSL, which Qt's TLS
+# backend loads at run time, so no library dependency names it.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "zip, libssl3")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "lshw, binutils")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
     "The QKUtilities and QKBase shared libraries.")

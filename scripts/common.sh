@@ -20,7 +20,7 @@ QK_PACKAGES=(
     qt6-base-dev qt6-base-dev-tools qt6-httpserver-dev qt6-websockets-dev libqt6sql6-sqlite
     libgl-dev libxkbcommon-dev libudev-dev libbluetooth-dev liblilv-dev lv2-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    zip lshw binutils xvfb xdotool python3 curl locales
+    zip lshw binutils xvfb xdotool python3 curl locales libssl3
 )
 
 qk_install_dependencies() {

@@ -5,7 +5,15 @@
 
 #include <QKNetworkReplies.h>
 
+#include "QKTestEnvironment.h"
+
 #include <QElapsedTimer>
+#include <QFile>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslServer>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -241,4 +249,64 @@ TEST(QKHelpDeskExchangeTransport, aServerThatStopsReadingFailsAfterTheIdleTimeou
     ASSERT_TRUE(ending->error.has_value());
     EXPECT_TRUE(ending->error->contains(u"500 ms")) << ending->error->toStdString();
     EXPECT_GE(timer.elapsed(), 500);
+}
+
+namespace {
+
+QByteArray testData(const QString &name)
+{
+    QFile file(QKTestEnvironment::sourcePath(u"support/data/"_s + name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// A help desk on https with the test certificate, which answers "ok" to a whole form.
+class TlsHelpDesk : public QSslServer
+{
+public:
+    QSslCertificate certificate{testData(u"help-desk-cert.pem"_s)};
+    QByteArray received;
+
+    TlsHelpDesk()
+    {
+        QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+        configuration.setLocalCertificate(certificate);
+        configuration.setPrivateKey(QSslKey(testData(u"help-desk-key.pem"_s), QSsl::Ec));
+        setSslConfiguration(configuration);
+        listen(QHostAddress::LocalHost);
+        connect(this, &QTcpServer::pendingConnectionAvailable, this, [this] {
+            while (QTcpSocket *socket = nextPendingConnection()) {
+                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+                    received += socket->readAll();
+                    if (received.endsWith("--\r\n"))
+                        socket->write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+                });
+            }
+        });
+    }
+    QUrl url() const { return QUrl(u"https://127.0.0.1:%1/helpspot_api.php"_s.arg(serverPort())); }
+};
+
+} // namespace
+
+// Forms carry people's details: over https the help desk's certificate must be trusted, or
+// nothing is sent.
+TEST(QKHelpDeskExchangeTransport, httpsSendsOnlyToATrustedHelpDesk)
+{
+    ASSERT_TRUE(QSslSocket::supportsSsl()) << "Qt finds no TLS backend (libssl3)";
+    TlsHelpDesk desk;
+    ASSERT_FALSE(desk.certificate.isNull());
+    const std::optional<Ending> refused = exchangeWith(desk.url(), HSForms::list("a@b.org"));
+    ASSERT_TRUE(refused.has_value());
+    EXPECT_TRUE(refused->error.has_value());
+    EXPECT_TRUE(desk.received.isEmpty());
+
+    QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
+    trusting.addCaCertificate(desk.certificate);
+    QSslConfiguration::setDefaultConfiguration(trusting);
+    const std::optional<Ending> sent = exchangeWith(desk.url(), HSForms::list("a@b.org"));
+    ASSERT_TRUE(sent.has_value());
+    EXPECT_EQ(sent->error, std::nullopt);
+    EXPECT_EQ(sent->reply, "ok");
+    EXPECT_TRUE(desk.received.startsWith("POST /helpspot_api.php HTTP/1.1\r\n"));
+    EXPECT_TRUE(desk.received.contains("a@b.org"));
 }
