@@ -9,6 +9,8 @@
 #include <QPointer>
 #include <QRegularExpression>
 
+#include <mutex>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -85,6 +87,37 @@ QString QKApplication::tempDirectory() const
     return currentTempDirectory();
 }
 
+namespace {
+
+// Every archive and download asks for the temporary folder; a refusal is logged when it is
+// new, not at each of those calls.
+class RefusalMemory
+{
+public:
+    bool isNew(const QString &error)
+    {
+        const std::lock_guard lock(m_mutex);
+        return std::exchange(m_last, error) != error;
+    }
+    void forget()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_last.clear();
+    }
+
+private:
+    std::mutex m_mutex;
+    QString m_last;
+};
+
+RefusalMemory &lastTemporaryFolderRefusal()
+{
+    static RefusalMemory memory;
+    return memory;
+}
+
+} // namespace
+
 QString QKApplication::currentTempDirectory()
 {
     // The shared temporary folder is open to every user: the name carries the user id so
@@ -96,8 +129,12 @@ QString QKApplication::currentTempDirectory()
             : QDir(QDir::tempPath())
                   .filePath(currentCode() + QLatin1Char('-') + QString::number(::geteuid()));
     QString error;
-    if (QKFile::createPrivateDirectoryAtPath(path, &error))
+    if (QKFile::createPrivateDirectoryAtPath(path, &error)) {
+        lastTemporaryFolderRefusal().forget();
         return path;
+    }
+    if (!lastTemporaryFolderRefusal().isNew(error))
+        return QString();
     QKApplicationLog::sharedLog()->warning(
         QKApplicationLogContext(QStringLiteral("QKApplication")),
         QStringLiteral("Not using the temporary folder: %1").arg(error));
@@ -158,6 +195,7 @@ bool QKApplication::usesSplashScreen() const
 }
 
 namespace {
+
 QKApplication::LaunchWrapper &launchWrapperSlot()
 {
     // Function-local, so a library that installs its wrapper while it is being loaded

@@ -96,6 +96,10 @@ TEST(QKApplication, temporaryFolderThatOthersCouldTamperWithIsRefused)
     ASSERT_TRUE(QKTestEnvironment::writeAll(elsewhere + u"/keep"_s, "precious"));
     ASSERT_TRUE(QFile::link(elsewhere, path));
     expectRefused(u"is a symbolic link"_s);
+    // Asked again for the same reason, it does not say so again.
+    const qsizetype logged = applicationLog().size();
+    EXPECT_EQ(QKApplication::sharedApplication()->tempDirectory(), QString());
+    EXPECT_EQ(applicationLog().size(), logged);
 
     ASSERT_TRUE(QFile::remove(path));
     ASSERT_TRUE(QDir().mkdir(path));
