@@ -64,3 +64,16 @@ bool QKPropertyList::writeFile(const QVariant &value, const QString &path, Forma
     setError(errorString, file.errorString());
     return false;
 }
+
+bool QKPropertyList::isInteger(const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+        return true;
+    default:
+        return false;
+    }
+}

@@ -49,4 +49,8 @@ public:
      *  False (and @p errorString) when the value cannot be encoded or the file written. */
     static bool writeFile(const QVariant &value, const QString &path, Format format = Format::Xml,
                           bool atomically = true, QString *errorString = nullptr);
+
+    /** True when @p value holds an integer of any of Qt's integer types, as integers read
+     *  from a property list or set by code do; booleans and reals are not integers. */
+    static bool isInteger(const QVariant &value);
 };

@@ -43,19 +43,6 @@ bool isBool(const QVariant &value)
     return value.typeId() == QMetaType::Bool;
 }
 
-bool isInteger(const QVariant &value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-        return true;
-    default:
-        return false;
-    }
-}
-
 bool isString(const QVariant &value)
 {
     return value.typeId() == QMetaType::QString;
@@ -69,7 +56,8 @@ std::optional<QVariantMap> mappingFrom(const QVariant &value)
         return std::nullopt;
     const QVariantMap map = value.toMap();
     const QVariant reverse = map.value(Mapping::ReverseKey, false);
-    if (!isBool(map.value(Mapping::VerticalKey)) || !isInteger(map.value(Mapping::ModifiersKey)) ||
+    if (!isBool(map.value(Mapping::VerticalKey)) ||
+        !QKPropertyList::isInteger(map.value(Mapping::ModifiersKey)) ||
         !isString(map.value(Mapping::ActionKey)) || !isBool(reverse))
         return std::nullopt;
     return QVariantMap{{Mapping::VerticalKey, map.value(Mapping::VerticalKey).toBool()},

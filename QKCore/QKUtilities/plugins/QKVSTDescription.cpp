@@ -2,6 +2,7 @@
 
 #include "QKApplicationLog.h"
 #include "QKFile.h"
+#include "QKPropertyList.h"
 #include "QKVSTHost.h"
 
 #include <QFileInfo>
@@ -16,19 +17,6 @@ void warn(const QString &message)
     QKApplicationLog::sharedLog()->warning(QKApplicationLogContext(LogDomain), message);
 }
 
-bool isInteger(const QVariant &value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-        return true;
-    default:
-        return false;
-    }
-}
-
 // Reads one key into @p field when it holds @p type; a value of another type is reported,
 // since it means the database was written by something else.
 template<typename T>
@@ -37,7 +25,8 @@ void take(const QVariantMap &state, const QString &key, QMetaType::Type type, T 
     const auto found = state.constFind(key);
     if (found == state.constEnd())
         return;
-    const bool fits = type == QMetaType::Int ? isInteger(*found) : found->typeId() == type;
+    const bool fits =
+        type == QMetaType::Int ? QKPropertyList::isInteger(*found) : found->typeId() == type;
     if (!fits) {
         warn(QStringLiteral("the VST catalogue entry key \"%1\" holds a %2; ignored")
                  .arg(key, QString::fromLatin1(found->typeName())));
