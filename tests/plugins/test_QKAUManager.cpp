@@ -14,12 +14,14 @@
 #include <QMenu>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 using namespace Qt::StringLiterals;
@@ -289,6 +291,24 @@ TEST_F(QKAUManagerTest, nameWithoutMakerStopsValidationAndIsIgnoredNextTime)
     EXPECT_TRUE(manager.database().at(0).ignore());
     EXPECT_EQ(titles(manager.effectsMenuWithTarget(nullptr, "choose:").get()),
               QStringList({u"Able"_s, u"Acme"_s, u"Zed"_s}));
+}
+
+// A unit may leave a thread running its code after it was freed. Unloading that code under the
+// thread would take the host down a moment after validation.
+TEST_F(QKAUManagerTest, unitThatLeavesAThreadRunningDoesNotTakeTheHostDown)
+{
+    installTestBundles({u"basic"_s, u"busy"_s});
+    QKAUManager manager(Machine);
+    manager.validate();
+    const QList<QKAUDescription> &database = manager.database();
+    const auto busy = std::find_if(database.cbegin(), database.cend(), [](const auto &entry) {
+        return entry.componentDescription() == description(Effect, "busy");
+    });
+    ASSERT_NE(busy, database.cend());
+    EXPECT_EQ(busy->name(), u"Busy"_s);
+    EXPECT_TRUE(busy->supportsMonoInput());
+    // The thread wakes every half millisecond; it would have met unmapped code by now.
+    QThread::msleep(200);
 }
 
 TEST_F(QKAUManagerTest, unitThatCrashesTheProcessIsIgnoredByTheNextValidation)

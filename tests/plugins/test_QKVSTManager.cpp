@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QMenu>
 #include <QProcess>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -194,6 +195,21 @@ TEST(VSTCatalogue, firstValidationLearnsEachPluginOnceAndKeepsIt)
     relaunched->validate();
     ASSERT_EQ(relaunched->database().size(), std::size(rows));
     EXPECT_EQ(relaunched->database().first().name(), u"Edited"_s);
+}
+
+// A plug-in may leave a thread running its own code after it was closed. Unloading that code
+// under the thread would take the host down a moment after validation.
+TEST(VSTCatalogue, aPluginThatLeavesAThreadRunningDoesNotTakeTheHostDown)
+{
+    install(u"Busy"_s, u"Busy.so"_s);
+    auto manager = makeManager();
+    manager->validate();
+    const QKVSTDescription *description = entry(*manager, u"Busy.so"_s);
+    ASSERT_NE(description, nullptr);
+    EXPECT_TRUE(description->isLoaded());
+    EXPECT_EQ(description->name(), u"Busy Reverb"_s);
+    // The thread wakes every half millisecond; it would have met unmapped code by now.
+    QThread::msleep(200);
 }
 
 TEST(VSTCatalogue, aPluginThatCrashedTheProcessIsIgnoredFromTheNextValidationOn)

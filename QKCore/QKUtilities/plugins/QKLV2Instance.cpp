@@ -1,6 +1,7 @@
 #include "QKLV2Instance.h"
 
 #include "QKApplicationLog.h"
+#include "QKPluginThreads.h"
 
 #include <QSet>
 
@@ -215,6 +216,7 @@ bool QKLV2Instance::run(LilvWorld *world, const LilvPlugin *plugin, double sampl
         &mapFeature,      &unmapFeature, &optionsFeature, &boundedFeature,
         &scheduleFeature, &logFeature,   nullptr};
 
+    const QKPluginThreads threads; // before the plug-in's library is loaded
     LilvInstance *instance = lilv_plugin_instantiate(plugin, sampleRate, instanceFeatures);
     if (!instance) {
         warn(logDomain, QStringLiteral("the LV2 plug-in %1 could not be instantiated").arg(uri));
@@ -227,6 +229,11 @@ bool QKLV2Instance::run(LilvWorld *world, const LilvPlugin *plugin, double sampl
     buffers.connect(world, plugin, instance, features);
     lilv_instance_activate(instance);
     lilv_instance_deactivate(instance);
+    if (char *library =
+            lilv_file_uri_parse(lilv_node_as_uri(lilv_plugin_get_library_uri(plugin)), nullptr)) {
+        threads.keepLoadedIfThreadsStarted(QByteArray(library));
+        lilv_free(library);
+    }
     lilv_instance_free(instance);
     return true;
 }

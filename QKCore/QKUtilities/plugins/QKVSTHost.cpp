@@ -1,5 +1,6 @@
 #include "QKVSTHost.h"
 
+#include "QKPluginThreads.h"
 #include "QKVST2.h"
 
 #include <QFile>
@@ -8,6 +9,7 @@
 #include <dlfcn.h>
 
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -18,9 +20,17 @@ intptr_t hostCallback(QKVST2::AEffect *, int32_t opcode, int32_t, intptr_t, void
     return opcode == QKVST2::audioMasterVersion ? QKVST2::HostVersion : 0;
 }
 
+// Unloads a probed plug-in, unless it left threads running its code.
 struct LibraryCloser
 {
-    void operator()(void *library) const { dlclose(library); }
+    QByteArray path;
+    QKPluginThreads threads;
+
+    void operator()(void *library) const
+    {
+        threads.keepLoadedIfThreadsStarted(path);
+        dlclose(library);
+    }
 };
 using Library = std::unique_ptr<void, LibraryCloser>;
 
@@ -78,7 +88,10 @@ QKVSTPluginInfo queryEffect(QKVST2::AEffect *effect, const QString &path)
 std::optional<QKVSTPluginInfo> QKVSTHost::probe(const QString &path, QString *error)
 {
     dlerror();
-    const Library library(dlopen(QFile::encodeName(path).constData(), RTLD_NOW | RTLD_LOCAL));
+    const QByteArray file = QFile::encodeName(path);
+    // Made before loading: a plug-in may start threads as soon as it is loaded.
+    LibraryCloser closer{file, QKPluginThreads()};
+    const Library library(dlopen(file.constData(), RTLD_NOW | RTLD_LOCAL), std::move(closer));
     if (!library) {
         setError(error, lastLinkerError());
         return std::nullopt;

@@ -7,9 +7,14 @@
 #include <lv2/urid/urid.h>
 #include <lv2/worker/worker.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <thread>
+
+#include <unistd.h>
 
 namespace {
 
@@ -105,6 +110,25 @@ instantiateCrashing(const LV2_Descriptor *, double, const char *, const LV2_Feat
     return nullptr;
 }
 
+// Starts a thread that runs this library's code for as long as the process lives, as plug-ins
+// with worker threads they never stop do.
+std::atomic<unsigned> beats{0};
+
+LV2_Handle instantiateBusy(const LV2_Descriptor *descriptor, double rate, const char *bundle,
+                           const LV2_Feature *const *features)
+{
+    static std::once_flag started;
+    std::call_once(started, [] {
+        std::thread([] {
+            for (;;) {
+                beats.fetch_add(1);
+                ::usleep(500);
+            }
+        }).detach();
+    });
+    return instantiate(descriptor, rate, bundle, features);
+}
+
 #define QK_TEST_PLUGIN(name, instantiateFunction, extensionData)                                   \
     LV2_Descriptor                                                                                 \
     {                                                                                              \
@@ -120,6 +144,7 @@ const LV2_Descriptor descriptors[] = {
     QK_TEST_PLUGIN("teleport", instantiate, noExtensionData),
     QK_TEST_PLUGIN("anonymous", instantiate, noExtensionData),
     QK_TEST_PLUGIN("crasher", instantiateCrashing, noExtensionData),
+    QK_TEST_PLUGIN("busy", instantiateBusy, noExtensionData),
 };
 
 // Copies of the delay under URIs of their own, for the benchmark's generated bundles.

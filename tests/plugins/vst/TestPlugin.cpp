@@ -4,7 +4,10 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
+#include <mutex>
+#include <thread>
 
 namespace {
 
@@ -41,8 +44,24 @@ __attribute__((noinline, no_sanitize("null"))) void crash(int *address)
     *static_cast<volatile int *>(address) = 42;
 }
 
+// A thread that runs the plug-in's own code for as long as the process lives, as plug-ins
+// with worker or timer threads they never stop do.
+std::atomic<unsigned> g_beats{0};
+
+void keepBeating()
+{
+    for (;;) {
+        g_beats.fetch_add(1);
+        ::usleep(500);
+    }
+}
+
 QKVST2::AEffect *makeEffect(QKVST2::HostCallback host)
 {
+    if (QK_TEST_BEHAVIOUR == 5) {
+        static std::once_flag started;
+        std::call_once(started, [] { std::thread(keepBeating).detach(); });
+    }
     if (QK_TEST_BEHAVIOUR == 1)
         crash(reinterpret_cast<int *>(g_nowhere));
     while (QK_TEST_BEHAVIOUR == 2)
