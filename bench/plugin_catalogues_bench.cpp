@@ -1,7 +1,9 @@
 // Both plug-in catalogues over 1,000 generated VST plug-ins and 100 LV2 bundles: the first
 // validation, which loads every plug-in, in the host and in validator processes; and the
 // cached re-validation of every launch after the first, which must stay well under 50 ms,
-// with the lilv world already loaded and loaded afresh as a new process loads it.
+// with the lilv world already loaded and loaded again as after a change to the LV2 folder.
+// (A new process finding the folder unchanged loads no world: it lists the plug-ins from
+// the descriptions the last world gave.)
 
 #include <QKAUManager.h>
 #include <QKApplication.h>

@@ -8,6 +8,7 @@
 #include <QAction>
 #include <QCoreApplication>
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -113,7 +114,8 @@ QStringList titles(const QMenu *menu)
     return list;
 }
 
-// The child of the crash test: validates in the parent's HOME and dies in the plug-in.
+// The child of the crash and cache tests: validates in the parent's HOME, where the crash
+// test's plug-in kills it.
 class CrashingValidationChild : public ::testing::Environment
 {
 public:
@@ -125,7 +127,7 @@ public:
         QDir(QKTestEnvironment::homePath()).removeRecursively();
         qputenv("HOME", home);
         QKAUManager(Machine).validate();
-        std::_Exit(3); // the plug-in did not crash
+        std::_Exit(3); // validated to the end
     }
 };
 
@@ -309,6 +311,88 @@ TEST_F(QKAUManagerTest, unitThatLeavesAThreadRunningDoesNotTakeTheHostDown)
     EXPECT_TRUE(busy->supportsMonoInput());
     // The thread wakes every half millisecond; it would have met unmapped code by now.
     QThread::msleep(200);
+}
+
+// Replaces @p from with @p to (as long) in the file at @p path without changing its size, its
+// date or the folder around it, as only a deliberate edit would.
+void editInPlace(const QString &path, const QByteArray &from, const QByteArray &to)
+{
+    const QDateTime modified = QFileInfo(path).lastModified();
+    QByteArray text = QKTestEnvironment::readAll(path);
+    ASSERT_TRUE(text.contains(from));
+    text.replace(from, to);
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    ASSERT_EQ(file.write(text), text.size());
+    ASSERT_TRUE(file.flush()); // a later flush would date the file anew
+    ASSERT_TRUE(file.setFileTime(modified, QFileDevice::FileModificationTime));
+}
+
+// Validates in a child process, in this test's HOME and with its LV2 path.
+bool validateInChild()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"QK_AU_CRASH_CHILD_HOME"_s, QKTestEnvironment::homePath());
+    QProcess child;
+    child.setProcessEnvironment(environment);
+    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    child.start(QCoreApplication::applicationFilePath(), {u"--gtest_filter=QKAUManagerTest.*"_s});
+    return child.waitForFinished(60000) && child.exitCode() == 3;
+}
+
+QList<QByteArray> catalogued(const QKAUManager &manager)
+{
+    QList<QByteArray> descriptions;
+    for (const QKAUDescription &entry : manager.database())
+        descriptions.append(entry.componentDescription());
+    return descriptions;
+}
+
+// A later process lists the units without reading the bundles while they are as an earlier
+// one found them; any change to their files has them read again.
+TEST_F(QKAUManagerTest, unchangedBundlesAreListedWithoutBeingReadAgain)
+{
+    // A copy of its own, since the test edits it.
+    const QString folder = QKTestEnvironment::homeFile(u"lv2"_s);
+    const QString bundle = folder + u"/qk-basic.lv2"_s;
+    ASSERT_TRUE(QDir().mkpath(bundle));
+    for (const QString &name : {u"manifest.ttl"_s, u"plugins.ttl"_s, u"qktestplugins.so"_s}) {
+        ASSERT_TRUE(QFile::copy(bundleFolder(u"basic"_s) + u"/qk-basic.lv2/"_s + name,
+                                bundle + u'/' + name));
+    }
+    installBundles({folder});
+    ASSERT_TRUE(validateInChild());
+
+    // The delay's URI changes while sizes and dates stay: only the kept list still has it.
+    for (const QString &name : {u"manifest.ttl"_s, u"plugins.ttl"_s})
+        editInPlace(bundle + u'/' + name, "qk-test/delay>", "qk-test/delaz>");
+    const QByteArray delay = description(Effect, "delay");
+    const QByteArray delaz = description(Effect, "delaz");
+    QKAUManager manager(Machine);
+    manager.validate();
+    EXPECT_TRUE(catalogued(manager).contains(delay));
+    EXPECT_FALSE(catalogued(manager).contains(delaz));
+
+    // A newer date on one file: the bundle is read again.
+    QFile manifest(bundle + u"/manifest.ttl"_s);
+    ASSERT_TRUE(manifest.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(manifest.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                                     QFileDevice::FileModificationTime));
+    manifest.close();
+    manager.validate();
+    EXPECT_FALSE(catalogued(manager).contains(delay));
+    EXPECT_TRUE(catalogued(manager).contains(delaz));
+
+    // A damaged list is logged, read past and made again.
+    const QString kept = QDir(QKTestEnvironment::homeFile(u".cache/QKUtilities"_s))
+                             .entryInfoList(QDir::Files)
+                             .value(0)
+                             .filePath();
+    ASSERT_TRUE(QKTestEnvironment::writeAll(kept, "garbage\n"));
+    ASSERT_TRUE(validateInChild());
+    EXPECT_TRUE(logText().contains(u"the LV2 description cache "_s + kept + u" is damaged"_s));
+    EXPECT_TRUE(QKTestEnvironment::readAll(kept).startsWith("QKUtilities LV2 descriptions 1\n"));
+    EXPECT_TRUE(catalogued(QKAUManager(Machine)).contains(delaz));
 }
 
 TEST_F(QKAUManagerTest, unitThatCrashesTheProcessIsIgnoredByTheNextValidation)

@@ -1,6 +1,7 @@
 #include "QKLV2Host.h"
 
 #include "QKApplicationLog.h"
+#include "QKLV2DescriptionCache.h"
 #include "QKLV2Instance.h"
 
 #include <QCryptographicHash>
@@ -263,7 +264,16 @@ QByteArray QKLV2Host::componentDescription(quint32 type, const QByteArray &uri)
 
 QList<QByteArray> QKLV2Host::componentDescriptions()
 {
+    if (d->world) {
+        d->ensureWorld();
+        return d->descriptions;
+    }
+    // A new process: the list a world gave earlier serves while the folders are unchanged.
+    const QKLV2DescriptionCache cache(lv2Path());
+    if (std::optional<QList<QByteArray>> cached = cache.descriptions())
+        return *cached;
     d->ensureWorld();
+    cache.store(d->descriptions);
     return d->descriptions;
 }
 

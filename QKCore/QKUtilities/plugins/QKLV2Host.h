@@ -19,7 +19,9 @@
  * The plug-ins come from one lilv world per process, loaded from the folders of LV2_PATH
  * (lilv's default path when it is unset) on first use, and loaded again only when that path
  * or one of its folders' modification dates changes, i.e. when a bundle was added or
- * removed. Main thread only: lilv worlds are not thread-safe.
+ * removed. A process that only lists the plug-ins, while the folders are as an earlier one
+ * found them, gets the list from QKLV2DescriptionCache without loading a world. Main thread
+ * only: lilv worlds are not thread-safe.
  */
 class QKLV2Host
 {
