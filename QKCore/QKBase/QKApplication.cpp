@@ -89,31 +89,14 @@ QString QKApplication::tempDirectory() const
 
 namespace {
 
-// Every archive and download asks for the temporary folder; a refusal is logged when it is
-// new, not at each of those calls.
-class RefusalMemory
+// Every archive and download asks for the temporary folder: a refusal is logged when it
+// differs from the last answer (a usable folder being an empty one), not at each call.
+bool changesLastRefusal(const QString &error)
 {
-public:
-    bool isNew(const QString &error)
-    {
-        const std::lock_guard lock(m_mutex);
-        return std::exchange(m_last, error) != error;
-    }
-    void forget()
-    {
-        const std::lock_guard lock(m_mutex);
-        m_last.clear();
-    }
-
-private:
-    std::mutex m_mutex;
-    QString m_last;
-};
-
-RefusalMemory &lastTemporaryFolderRefusal()
-{
-    static RefusalMemory memory;
-    return memory;
+    static std::mutex mutex;
+    static QString last;
+    const std::lock_guard lock(mutex);
+    return std::exchange(last, error) != error;
 }
 
 } // namespace
@@ -130,10 +113,10 @@ QString QKApplication::currentTempDirectory()
                   .filePath(currentCode() + QLatin1Char('-') + QString::number(::geteuid()));
     QString error;
     if (QKFile::createPrivateDirectoryAtPath(path, &error)) {
-        lastTemporaryFolderRefusal().forget();
+        changesLastRefusal(QString());
         return path;
     }
-    if (!lastTemporaryFolderRefusal().isNew(error))
+    if (!changesLastRefusal(error))
         return QString();
     QKApplicationLog::sharedLog()->warning(
         QKApplicationLogContext(QStringLiteral("QKApplication")),

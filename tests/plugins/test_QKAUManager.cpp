@@ -329,15 +329,23 @@ void editInPlace(const QString &path, const QByteArray &from, const QByteArray &
 }
 
 // Validates in a child process, in this test's HOME and with its LV2 path.
-bool validateInChild()
+// Runs @p child, a copy of this program that validates in this test's HOME with its LV2
+// path, to its end; false when it did not end in time.
+bool runValidatingChild(QProcess &child, QProcessEnvironment environment)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"QK_AU_CRASH_CHILD_HOME"_s, QKTestEnvironment::homePath());
-    QProcess child;
     child.setProcessEnvironment(environment);
     child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     child.start(QCoreApplication::applicationFilePath(), {u"--gtest_filter=QKAUManagerTest.*"_s});
-    return child.waitForFinished(60000) && child.exitCode() == 3;
+    return child.waitForFinished(60000);
+}
+
+// Validates in a child process that ends normally.
+bool validateInChild()
+{
+    QProcess child;
+    return runValidatingChild(child, QProcessEnvironment::systemEnvironment()) &&
+           child.exitCode() == 3;
 }
 
 QList<QByteArray> catalogued(const QKAUManager &manager)
@@ -398,13 +406,8 @@ TEST_F(QKAUManagerTest, unchangedBundlesAreListedWithoutBeingReadAgain)
 TEST_F(QKAUManagerTest, unitThatCrashesTheProcessIsIgnoredByTheNextValidation)
 {
     installTestBundles({u"basic"_s, u"crash"_s});
-    QProcessEnvironment environment = QKTestEnvironment::crashingChildEnvironment();
-    environment.insert(u"QK_AU_CRASH_CHILD_HOME"_s, QKTestEnvironment::homePath());
     QProcess child;
-    child.setProcessEnvironment(environment);
-    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    child.start(QCoreApplication::applicationFilePath(), {u"--gtest_filter=QKAUManagerTest.*"_s});
-    ASSERT_TRUE(child.waitForFinished(60000));
+    ASSERT_TRUE(runValidatingChild(child, QKTestEnvironment::crashingChildEnvironment()));
     EXPECT_EQ(child.exitStatus(), QProcess::CrashExit);
 
     const QByteArray crasher = description(Effect, "crasher");

@@ -61,7 +61,7 @@ private:
 
 } // namespace
 
-QKLV2DescriptionCache::QKLV2DescriptionCache(const QString &lv2Path)
+QKLV2DescriptionCache::QKLV2DescriptionCache(const QString &lv2Path, const QStringList &folders)
 {
     const QString cacheFolder =
         QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
@@ -73,12 +73,10 @@ QKLV2DescriptionCache::QKLV2DescriptionCache(const QString &lv2Path)
              QStringLiteral(".txt");
 
     Fingerprint fingerprint;
-    for (const QString &folder : lv2Path.split(QLatin1Char(':'), Qt::SkipEmptyParts)) {
-        const QString expanded =
-            folder.startsWith(QLatin1Char('~')) ? QDir::homePath() + folder.mid(1) : folder;
-        const QFileInfo info(expanded);
+    for (const QString &folder : folders) {
+        const QFileInfo info(folder);
         fingerprint.addEntry(info);
-        if (info.isDir() && !fingerprint.add(expanded, 1))
+        if (info.isDir() && !fingerprint.add(folder, 1))
             return;
     }
     m_fingerprint = fingerprint.digest();
@@ -96,25 +94,22 @@ std::optional<QList<QByteArray>> QKLV2DescriptionCache::descriptions() const
                  .arg(m_file));
         return std::nullopt;
     }
-    const QList<QByteArray> lines = file.readAll().split('\n');
-    // The header, the fingerprint, one description per line, and the final line feed.
-    if (lines.size() < 3 || lines.first() != Header || !lines.constLast().isEmpty()) {
+    const auto damaged = [this] {
         warn(QStringLiteral("the LV2 description cache %1 is damaged; the plug-ins are read again")
                  .arg(m_file));
         return std::nullopt;
-    }
+    };
+    const QList<QByteArray> lines = file.readAll().split('\n');
+    // The header, the fingerprint, one description per line, and the final line feed.
+    if (lines.size() < 3 || lines.first() != Header || !lines.constLast().isEmpty())
+        return damaged();
     if (lines.at(1) != m_fingerprint)
         return std::nullopt;
     QList<QByteArray> descriptions;
     for (qsizetype i = 2; i + 1 < lines.size(); ++i) {
         const QByteArray description = QByteArray::fromHex(lines.at(i));
-        if (lines.at(i).size() != DescriptionSize * 2 || description.size() != DescriptionSize ||
-            description.toHex() != lines.at(i)) {
-            warn(QStringLiteral("the LV2 description cache %1 is damaged; the plug-ins are read "
-                                "again")
-                     .arg(m_file));
-            return std::nullopt;
-        }
+        if (lines.at(i).size() != DescriptionSize * 2 || description.toHex() != lines.at(i))
+            return damaged();
         descriptions.append(description);
     }
     return descriptions;

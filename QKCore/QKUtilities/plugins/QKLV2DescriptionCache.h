@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -20,7 +21,8 @@
 class QKLV2DescriptionCache
 {
 public:
-    explicit QKLV2DescriptionCache(const QString &lv2Path);
+    /** For the folders @p folders of @p lv2Path, with "~" expanded. */
+    QKLV2DescriptionCache(const QString &lv2Path, const QStringList &folders);
 
     /** The descriptions stored for the folders as they are now; nothing on a miss. */
     std::optional<QList<QByteArray>> descriptions() const;

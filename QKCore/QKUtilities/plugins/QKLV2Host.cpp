@@ -269,7 +269,8 @@ QList<QByteArray> QKLV2Host::componentDescriptions()
         return d->descriptions;
     }
     // A new process: the list a world gave earlier serves while the folders are unchanged.
-    const QKLV2DescriptionCache cache(lv2Path());
+    const QString path = lv2Path();
+    const QKLV2DescriptionCache cache(path, lv2Folders(path));
     if (std::optional<QList<QByteArray>> cached = cache.descriptions())
         return *cached;
     d->ensureWorld();

@@ -30,9 +30,14 @@ bool isSecure(const QUrl &url)
     return url.scheme() == QLatin1String("https");
 }
 
+int defaultPort(const QUrl &url)
+{
+    return isSecure(url) ? 443 : 80;
+}
+
 quint16 portOf(const QUrl &url)
 {
-    return quint16(url.port(isSecure(url) ? 443 : 80));
+    return quint16(url.port(defaultPort(url)));
 }
 
 bool canEncrypt()
@@ -54,7 +59,7 @@ QByteArray hostField(const QUrl &url)
     QByteArray host = url.host(QUrl::FullyEncoded).toLatin1();
     if (host.contains(':'))
         host = '[' + host + ']';
-    if (url.port() >= 0 && url.port() != (isSecure(url) ? 443 : 80))
+    if (portOf(url) != defaultPort(url))
         host += ':' + QByteArray::number(url.port());
     return host;
 }

@@ -62,8 +62,7 @@ QKHttpResponseParser::State QKHttpResponseParser::feed(QByteArrayView bytes)
             const qsizetype end = headEnd(m_pending, qMax<qsizetype>(0, before - 2));
             if (end < 0) {
                 if (m_pending.size() > MaximumHeadSize)
-                    return fail(QStringLiteral("The reply's head is larger than %1 bytes")
-                                    .arg(MaximumHeadSize));
+                    return failHeadTooLarge();
                 bytes = bytes.sliced(taken);
                 break;
             }
@@ -73,13 +72,17 @@ QKHttpResponseParser::State QKHttpResponseParser::feed(QByteArrayView bytes)
                 return m_state;
             break;
         }
-        case Phase::FixedBody: {
+        case Phase::FixedBody:
+        case Phase::ChunkData: {
             const qint64 taken = qMin(m_remaining, qint64(bytes.size()));
             if (!appendBody(bytes.first(taken)))
                 return m_state;
             bytes = bytes.sliced(taken);
-            if ((m_remaining -= taken) == 0)
+            if ((m_remaining -= taken) > 0)
+                break;
+            if (m_phase == Phase::FixedBody)
                 return complete();
+            m_phase = Phase::ChunkEnd;
             break;
         }
         case Phase::BodyToClose:
@@ -98,19 +101,9 @@ QKHttpResponseParser::State QKHttpResponseParser::feed(QByteArrayView bytes)
             if (!ok || chunk < 0)
                 return fail(QStringLiteral("The reply's chunk size is malformed"));
             if (chunk > MaximumBodySize - m_body.size())
-                return fail(
-                    QStringLiteral("The reply is larger than %1 bytes").arg(MaximumBodySize));
+                return failBodyTooLarge();
             m_remaining = chunk;
             m_phase = chunk == 0 ? Phase::Trailers : Phase::ChunkData;
-            break;
-        }
-        case Phase::ChunkData: {
-            const qint64 taken = qMin(m_remaining, qint64(bytes.size()));
-            if (!appendBody(bytes.first(taken)))
-                return m_state;
-            bytes = bytes.sliced(taken);
-            if ((m_remaining -= taken) == 0)
-                m_phase = Phase::ChunkEnd;
             break;
         }
         case Phase::ChunkEnd:
@@ -124,8 +117,7 @@ QKHttpResponseParser::State QKHttpResponseParser::feed(QByteArrayView bytes)
             if (!takeLine(bytes, line, MaximumHeadSize))
                 break;
             if ((m_headSize += line.size() + 2) > MaximumHeadSize)
-                return fail(QStringLiteral("The reply's head is larger than %1 bytes")
-                                .arg(MaximumHeadSize));
+                return failHeadTooLarge();
             if (line.isEmpty())
                 return complete();
             break;
@@ -218,7 +210,7 @@ bool QKHttpResponseParser::parseHead()
         return true;
     }
     if (contentLength > MaximumBodySize) {
-        fail(QStringLiteral("The reply is larger than %1 bytes").arg(MaximumBodySize));
+        failBodyTooLarge();
         return false;
     }
     if (contentLength == 0) {
@@ -233,7 +225,7 @@ bool QKHttpResponseParser::parseHead()
 bool QKHttpResponseParser::appendBody(QByteArrayView bytes)
 {
     if (bytes.size() > MaximumBodySize - m_body.size()) {
-        fail(QStringLiteral("The reply is larger than %1 bytes").arg(MaximumBodySize));
+        failBodyTooLarge();
         return false;
     }
     m_body.append(bytes);
@@ -246,6 +238,16 @@ QKHttpResponseParser::State QKHttpResponseParser::fail(const QString &why)
     m_error = why;
     m_pending.clear();
     return m_state;
+}
+
+QKHttpResponseParser::State QKHttpResponseParser::failHeadTooLarge()
+{
+    return fail(QStringLiteral("The reply's head is larger than %1 bytes").arg(MaximumHeadSize));
+}
+
+QKHttpResponseParser::State QKHttpResponseParser::failBodyTooLarge()
+{
+    return fail(QStringLiteral("The reply is larger than %1 bytes").arg(MaximumBodySize));
 }
 
 QKHttpResponseParser::State QKHttpResponseParser::complete()

@@ -39,6 +39,8 @@ private:
     bool parseHead();
     bool appendBody(QByteArrayView bytes);
     State fail(const QString &why);
+    State failHeadTooLarge();
+    State failBodyTooLarge();
     State complete();
 
     State m_state = State::Incomplete;
